@@ -57,3 +57,60 @@ TEST(MblockTest, BadIndicesThrowAndChangeNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+std::vector<long> g_released;
+void record_release(long v) { g_released.push_back(v); }
+
+TEST(MblockTest, ShrinksOnlyPastTheHalfEmptyMark) {
+    block b;
+    for (long i = 0; i < 8; ++i) b.append(i);  // capacity 15, 7 unused
+    ASSERT_EQ(b.capacity(), 15);
+    b.remove(7);  // count 8, unused 7: not more than half empty yet
+    EXPECT_EQ(b.capacity(), 15);
+    b.remove(0);  // count 7 < unused 8: shrink to exactly full
+    EXPECT_EQ(b.count, 6);
+    EXPECT_EQ(b.capacity(), 6);
+    EXPECT_EQ(b.top, b.last);
+    EXPECT_EQ(contents(b), (std::vector<long>{1, 2, 3, 4, 5, 6}));
+    b.append(7);  // full again: grows to 2 * 6 + 1
+    EXPECT_EQ(b.capacity(), 13);
+    EXPECT_EQ(contents(b), (std::vector<long>{1, 2, 3, 4, 5, 6, 7}));
+}
+
+TEST(MblockTest, RemovingTheLastElementFreesTheBuffer) {
+    block b;
+    b.append(1);
+    b.remove(0);
+    EXPECT_EQ(b.data, nullptr);
+    EXPECT_EQ(b.first, nullptr);
+    EXPECT_EQ(b.top, nullptr);
+    EXPECT_EQ(b.last, nullptr);
+    EXPECT_EQ(b.count, 0);
+    b.insert(4, 0);
+    ASSERT_NE(b.data, nullptr);
+    EXPECT_EQ(b.capacity(), 1);
+    EXPECT_EQ(b.data[0], 4);
+}
+
+TEST(MblockTest, ReleaseRunsOncePerElementInIndexOrder) {
+    g_released.clear();
+    {
+        block b(record_release);
+        for (long i = 10; i < 15; ++i) b.append(i);
+        b.remove(2);  // releases 12
+        EXPECT_EQ(g_released, (std::vector<long>{12}));
+    }
+    EXPECT_EQ(g_released, (std::vector<long>{12, 10, 11, 13, 14}));
+}
+
+TEST(MblockTest, CapacityLimitThrowsBeforeTouchingTheBuffer) {
+    block b;
+    b.append(1);
+    // An insert far beyond the end is refused as out of range, never grown into.
+    EXPECT_THROW(b.insert(2, 0x3fffffff), common::_throw_out_of_range);
+    EXPECT_EQ(contents(b), (std::vector<long>{1}));
+}
+
+}  // namespace
