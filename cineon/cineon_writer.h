@@ -1,0 +1,17 @@
+// Writer of Kodak Cineon files.
+#pragma once
+
+#include <cstdint>
+
+#include "cineon/codec.h"
+
+// Writes a Cineon header built from the description, always in host order.
+class kodakcineon_writer : public cineonwriter {
+public:
+    kodakcineon_writer() = default;
+    ~kodakcineon_writer() override = default;
+
+    // Builds the header from the defaults and the description and writes it
+    // in host order whatever `swap_bytes` says: 0, 1 unsupported, 3 short, 4 not open.
+    int write_header() override;
+};

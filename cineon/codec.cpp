@@ -1,0 +1,222 @@
+#include "cineon/codec.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+#include "cineon/cineon_reader.h"
+#include "cineon/cineon_writer.h"
+#include "cineon/dpx_reader.h"
+#include "cineon/dpx_writer.h"
+
+namespace {
+
+// Largest request handed to one read or write call.
+constexpr uint64_t io_chunk = uint64_t(1) << 30;
+
+bool seek_to(int fd, uint64_t offset) {
+    if (offset > uint64_t(LLONG_MAX)) return false;
+    return lseek(fd, off_t(offset), SEEK_SET) == off_t(offset);
+}
+
+}  // namespace
+
+cineon::~cineon() { close(); }
+
+int cineon::close() {
+    if (fd < 0) return fd;
+    int result = ::close(fd);
+    fd = -1;
+    return result;
+}
+
+void cineon::copy_description(const cineon& from) {
+    int32_t own = fd;
+    width = from.width;
+    height = from.height;
+    descriptor = from.descriptor;
+    channels = from.channels;
+    bit_depth = from.bit_depth;
+    transposed = from.transposed;
+    mirror_x = from.mirror_x;
+    flip_y = from.flip_y;
+    header_loaded = from.header_loaded;
+    expand_to_10bit = from.expand_to_10bit;
+    packed = from.packed;
+    is_log = from.is_log;
+    swap_bytes = from.swap_bytes;
+    ref_low = from.ref_low;
+    ref_high = from.ref_high;
+    pixel_aspect = from.pixel_aspect;
+    gamma = from.gamma;
+    black_level = from.black_level;
+    black_gain = from.black_gain;
+    break_point = from.break_point;
+    white_level = from.white_level;
+    data_offset = from.data_offset;
+    time_code = from.time_code;
+    frame_rate = from.frame_rate;
+    fd = own;
+}
+
+bool cineon::image_bytes(uint64_t& bytes) const {
+    uint64_t per_pixel = (!expand_to_10bit && channels == 3 && bit_depth == 8) ? 3 : 4;
+    uint64_t pixels = uint64_t(width) * uint64_t(height);
+    return !__builtin_mul_overflow(pixels, per_pixel, &bytes);
+}
+
+cineonreader::cineonreader() {
+    gamma = 1.0f;
+    frame_rate = 24.0f;
+}
+
+int cineonreader::open(const char* path, bool read_header) {
+    if (fd >= 0) return codec_already_open;
+    if (!path) return codec_io;
+    fd = ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        fd = -1;
+        return codec_io;
+    }
+    // Each frame is read once; NOREUSE keeps it from crowding the page cache.
+    posix_fadvise(fd, 0, 0, POSIX_FADV_NOREUSE);
+    if (!read_header) return codec_ok;
+    return this->read_header();
+}
+
+int cineonreader::read_header_bytes(void* buf, uint32_t size) {
+    if (!buf || size != codec_header_size) return codec_bad_argument;
+    if (fd < 0) return codec_not_open;
+    return read_exact(buf, 0, size);
+}
+
+int cineonreader::read_image(void*, uint64_t) { return codec_unsupported; }
+
+int cineonreader::read_at(void* buf, uint64_t offset, uint64_t size) {
+    if (!buf || size == 0) return codec_bad_argument;
+    if (fd < 0) return codec_not_open;
+    return read_exact(buf, offset, size);
+}
+
+int cineonreader::read_user_data(void*, uint64_t) { return codec_unsupported; }
+
+int cineonreader::read_lines(void*, uint32_t, uint32_t, uint64_t) { return codec_unsupported; }
+
+int cineonreader::read_element(uint32_t, void*, uint64_t) { return codec_unsupported; }
+
+int cineonreader::read_thumbnail(void*, uint32_t, uint32_t, uint64_t) { return codec_unsupported; }
+
+int cineonreader::read_exact(void* buf, uint64_t offset, uint64_t size) {
+    if (!seek_to(fd, offset)) return codec_io;
+    unsigned char* p = static_cast<unsigned char*>(buf);
+    uint64_t done = 0;
+    while (done < size) {
+        uint64_t want = size - done < io_chunk ? size - done : io_chunk;
+        ssize_t n = ::read(fd, p + done, size_t(want));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return codec_io;
+        done += uint64_t(n);
+    }
+    return codec_ok;
+}
+
+int cineonreader::file_size(uint64_t& bytes) const {
+    struct stat st;
+    if (fstat(fd, &st) != 0 || st.st_size < 0) return codec_io;
+    bytes = uint64_t(st.st_size);
+    return codec_ok;
+}
+
+int cineonwriter::open(const char* path, bool write_header, bool host_order) {
+    if (fd >= 0) return codec_already_open;
+    if (!path) return codec_io;
+    fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0664);
+    if (fd < 0) {
+        fd = -1;
+        return codec_io;
+    }
+    swap_bytes = host_order ? 0 : 1;
+    if (!write_header) return codec_ok;
+    return this->write_header();
+}
+
+int cineonwriter::write_header_bytes(void* buf, uint32_t size) {
+    if (!buf || size != codec_header_size) return codec_bad_argument;
+    if (fd < 0) return codec_not_open;
+    return write_exact(buf, 0, size);
+}
+
+int cineonwriter::write_image(const void* buf, uint64_t size) {
+    if (fd < 0) return codec_not_open;
+    if (!buf) return codec_bad_argument;
+    return write_exact(buf, data_offset, size);
+}
+
+int cineonwriter::write_exact(const void* buf, uint64_t offset, uint64_t size) {
+    if (!seek_to(fd, offset)) return codec_io;
+    const unsigned char* p = static_cast<const unsigned char*>(buf);
+    uint64_t done = 0;
+    while (done < size) {
+        uint64_t want = size - done < io_chunk ? size - done : io_chunk;
+        ssize_t n = ::write(fd, p + done, size_t(want));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return codec_io;
+        done += uint64_t(n);
+    }
+    return codec_ok;
+}
+
+int read_magic(const char* path, uint32_t& magic) {
+    magic = 0;
+    if (!path) return codec_io;
+    int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return codec_io;
+    unsigned char bytes[4];
+    ssize_t n;
+    do {
+        n = ::read(fd, bytes, sizeof bytes);
+    } while (n < 0 && errno == EINTR);
+    ::close(fd);
+    if (n != ssize_t(sizeof bytes)) return codec_io;
+    std::memcpy(&magic, bytes, sizeof bytes);
+    return codec_ok;
+}
+
+image_holder::~image_holder() {
+    delete cineon_reader;
+    delete cineon_writer;
+    delete dpx_reader;
+    delete dpx_writer;
+}
+
+int image_holder::load(const char* path) {
+    // A holder reused for another file drops the reader of the previous one.
+    delete cineon_reader;
+    cineon_reader = nullptr;
+    delete dpx_reader;
+    dpx_reader = nullptr;
+
+    uint32_t magic = 0;
+    int result = read_magic(path, magic);
+    if (result != codec_ok) return result;
+
+    if (magic == cineon_magic || magic == cineon_magic_swapped) {
+        cineon_reader = new kodakcineon_reader();
+        if (cineon_reader->open(path, true) == codec_ok) return codec_ok;
+        delete cineon_reader;
+        cineon_reader = nullptr;
+        return codec_io;
+    }
+    if (magic == dpx_magic || magic == dpx_magic_swapped) {
+        dpx_reader = new smptedpx_reader();
+        if (dpx_reader->open(path, true) == codec_ok) return codec_ok;
+        delete dpx_reader;
+        dpx_reader = nullptr;
+        return codec_io;
+    }
+    return codec_io;
+}

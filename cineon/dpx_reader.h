@@ -1,0 +1,31 @@
+// Reader of DPX (SMPTE 268M) files.
+#pragma once
+
+#include <cstdint>
+
+#include "cineon/codec.h"
+
+// Reads a DPX header into the description and the image as 10-bit words.
+class smptedpx_reader : public cineonreader {
+public:
+    smptedpx_reader() = default;
+    ~smptedpx_reader() override = default;
+
+    // Loads and checks the header and fills the description: 0, or the
+    // header read's failure, or 6 for contents the codecs do not handle.
+    int read_header() override;
+    // Reads the 2048-byte header into `buf`, swapped into host order when the
+    // file is in the other order: 0, 3 short, 4 not open, 5 not DPX, 7 bad argument.
+    int read_header_bytes(void* buf, uint32_t size) override;
+    // Reads the image into `buf` of `size` bytes as stored, or expanded from
+    // 8-bit components to 10-bit words: 0, 1, 3 short, 4 not open, 7 bad argument.
+    int read_image(void* buf, uint64_t size) override;
+
+private:
+    // Expands `width` x `height` 8-bit pixels of `channels` components into
+    // one 10-bit word each in `buf`.
+    int expand_8bit(void* buf, uint64_t pixels);
+};
+
+// The 10-bit code that expansion gives the 8-bit value `v`.
+uint32_t dpx_expand_8bit(uint8_t v);

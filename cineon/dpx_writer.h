@@ -1,0 +1,24 @@
+// Writer of DPX (SMPTE 268M) files.
+#pragma once
+
+#include <cstdint>
+
+#include "cineon/codec.h"
+
+// Writes a DPX header built from the description, then the image as given.
+class smptedpx_writer : public cineonwriter {
+public:
+    smptedpx_writer() = default;
+    ~smptedpx_writer() override = default;
+
+    // Builds the header from the defaults and the description and writes it,
+    // swapped when `swap_bytes` is set: 0, 1 unsupported, 3 short, 4 not open.
+    int write_header() override;
+    // Writes the 2048 bytes of `buf` at offset 0, first swapping them in
+    // place when `swap_bytes` is set: 0, 3 short, 4 not open, 7 bad argument.
+    int write_header_bytes(void* buf, uint32_t size) override;
+};
+
+// Overwrites `header` with the defaults of a new host-order DPX header,
+// dated with the local time now.
+void dpx_default_header(SMPTE268M_Header_t& header);
