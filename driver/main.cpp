@@ -1,7 +1,6 @@
 // tarvex: rewrites 10-bit DPX files in the byte order of the running machine.
-#include <cstdio>
+#include "driver/entry.h"
 
-int main() {
-    std::puts("tarvex v3.1 beta 1");
-    return 0;
+int main(int argc, char** argv) {
+    return tarvex_main(argc, argv);
 }

@@ -1,0 +1,135 @@
+#include "driver/entry.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "common/file.h"
+#include "driver/console.h"
+#include "driver/progress.h"
+#include "driver/repair_job.h"
+#include "driver/settings.h"
+
+const char kOptionString[] = "l:w:b:t:z:c:o:f";
+const char kVersion[] = "v3.1 beta 1";
+
+namespace {
+
+const char kCopyright[] = "(c) 2026 Quillmoor Film Tools";
+
+// The desktop application layer has nothing to start or stop on Linux.
+void start_application_layer() {}
+void teardown_application_layer() {}
+
+// The blue banner bar, as wide as the terminal.
+void print_banner() {
+    char line[256];
+    int n = std::snprintf(line, sizeof line, "\033[1;44m<tarvex %s %s ", kVersion, kCopyright);
+    const int prefix = 7;  // the colour escape before "<"
+    while (n < 250 && n - prefix < common::console_out.width() - 1) line[n++] = ' ';
+    line[n] = '\0';
+    common::console_out << line << ">" << "\033[0m" << "\n";
+}
+
+// Applies one option; -z ends the process at once.
+void handle_option(int option, const char* value) {
+    switch (option) {
+        case 'l':
+            g_listMode = 1;
+            g_listFile = value;
+            break;
+        case 'w': g_highData = std::atoi(value); break;
+        case 'b': g_lowData = std::atoi(value); break;
+        case 't': g_transfer = std::atoi(value); break;
+        case 'o': g_byteOffset = std::atoi(value); break;
+        case 'c':
+            g_outputDir.assign(1, value);
+            g_outputDir.add_separator(1);
+            break;
+        case 'z':
+            common::console_out << kVersion << "\n";
+            std::exit(0);
+        default:
+            break;  // -f is accepted and has no effect
+    }
+}
+
+// Runs getopt over the arguments; 1 when parsing stopped at a bad option.
+int parse_options(int argc, char** argv, void (*handler)(int, const char*)) {
+    int option;
+    while ((option = getopt(argc, argv, kOptionString)) != -1) {
+        if (option == ':') {
+            common::console_out << "Option needs a value" << "\n";
+            return 1;
+        }
+        if (option == '?') {
+            char text[32];
+            std::snprintf(text, sizeof text, "Unrecognized option: %c\n", optopt);
+            common::console_out << text;
+            return 1;
+        }
+        if (handler) handler(option, optarg);
+    }
+    return 0;
+}
+
+void read_list_file() {
+    std::ifstream list(g_listFile);
+    std::string line;
+    while (std::getline(list, line)) g_listEntries.push_back(line);
+    g_totalJobs = int32_t(g_listEntries.size());
+}
+
+}  // namespace
+
+void exit_program(int code) {
+    if (code == 0) common::console_out << "Exiting normally" << "\n";
+    else common::console_out << "Exiting unexpectedly (" << int32_t(code) << ")" << "\n";
+    std::exit(code);
+}
+
+int tarvex_main(int argc, char** argv) {
+    gettimeofday(&g_startTime, nullptr);
+    print_banner();
+    start_application_layer();
+    parse_options(argc, argv, handle_option);  // a bad option ends parsing, not the run
+
+    const int operands = argc - optind;
+    if (operands <= 0 && g_listMode == 0) {
+        printError(1, "No files entered!\nSee man pages for more information.");
+        teardown_application_layer();
+        return 0;
+    }
+    if (!(g_byteOffset > 2047 || g_byteOffset == -1)) {
+        printError(1, "Byte offset was set below the minimum requestable range of 2048 bytes.");
+        teardown_application_layer();
+        return 0;
+    }
+
+    if (g_listMode == 0) g_totalJobs = operands;
+    else read_list_file();
+
+    while (g_totalJobs > g_jobsDone) {
+        const char* path = g_listMode ? g_listEntries[size_t(g_jobsDone)].c_str()
+                                      : argv[optind + g_jobsDone];
+        {
+            common::file input(path);
+            repair_job(input);
+        }
+        ++g_jobsDone;
+        showProgress(g_jobsDone - 1, g_totalJobs);
+    }
+    showProgress(g_jobsDone, g_totalJobs);
+
+    common::console_out << "\n" << "Finished " << g_jobsDone << " of " << g_totalJobs;
+    if (g_failedJobs == 0) common::console_out << ", none failed to convert." << "\n";
+    else common::console_out << ", only " << g_failedJobs << " failed to convert." << "\n";
+
+    teardown_application_layer();
+    return 0;
+}

@@ -1,0 +1,376 @@
+#include "driver/repair_job.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "cineon/codec.h"
+#include "cineon/dpx_header.h"
+#include "cineon/dpx_reader.h"
+#include "driver/console.h"
+#include "driver/settings.h"
+#include "driver/settings_report.h"
+
+namespace {
+
+const char kLoadFailed[] = "Could not load image or file was not a DPX file!";
+const char kNot10Bit[] =
+    "Could not swap DPX to local byte ordering because it was not a 10bit image file!";
+const char kOpenFailed[] =
+    "Could not swap DPX to local byte ordering because it could not open the file!";
+const char kReadFailed[] =
+    "Could not swap DPX to local byte ordering because it could not read the image file!";
+const char kImageWriteFailed[] =
+    "Could not swap DPX to local byte ordering because it could not write the image file!";
+const char kHeaderWriteFailed[] =
+    "Could not swap DPX to local byte ordering because it could not write the header!";
+
+// Image data is moved through a buffer of at most this many bytes, so memory
+// stays bounded whatever the frame size.
+constexpr uint64_t kChunkBytes = uint64_t(1) << 20;
+
+// Owns an open descriptor and closes it on every exit path.
+class descriptor {
+public:
+    descriptor() = default;
+    descriptor(const descriptor&) = delete;
+    descriptor& operator=(const descriptor&) = delete;
+    ~descriptor() { close(); }
+    int get() const { return fd_; }
+    void reset(int fd) { close(); fd_ = fd; }
+    // Closes the descriptor; false when close reported an error.
+    bool close() {
+        if (fd_ < 0) return true;
+        int r = ::close(fd_);
+        fd_ = -1;
+        return r == 0;
+    }
+
+private:
+    int fd_ = -1;
+};
+
+// Owns a malloc'ed buffer.
+class buffer {
+public:
+    explicit buffer(uint64_t bytes) : data_(std::malloc(size_t(bytes))) {}
+    buffer(const buffer&) = delete;
+    buffer& operator=(const buffer&) = delete;
+    ~buffer() { std::free(data_); }
+    uint8_t* get() const { return static_cast<uint8_t*>(data_); }
+
+private:
+    void* data_;
+};
+
+// Writes all `size` bytes at `offset`; false on any short or failed write.
+bool write_at(int fd, const void* data, uint64_t size, uint64_t offset) {
+    const uint8_t* p = static_cast<const uint8_t*>(data);
+    while (size > 0) {
+        ssize_t n = ::pwrite(fd, p, size_t(size), off_t(offset));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        size -= uint64_t(n);
+        offset += uint64_t(n);
+    }
+    return true;
+}
+
+// The image data size: the larger of the reader's width x height and the
+// stored pixels-per-line x lines, four bytes a pixel, in 64 bits, so a header
+// whose original size is smaller than the stored image drops no pixels.
+uint64_t image_data_size(const smptedpx_reader& reader, const SMPTE268M_Header_t& header) {
+    uint64_t described = uint64_t(reader.width) * uint64_t(reader.height) * 4;
+    uint64_t stored = uint64_t(header.pixels_per_line) * uint64_t(header.lines_per_element) * 4;
+    return std::max(described, stored);
+}
+
+// Where one copy of the image goes in the output file.
+struct placement {
+    uint64_t offset;
+    int failures;  // failures a short write here counts
+};
+
+enum class copy_status { ok, read_failed, write_failed };
+
+// One job's objects and the exits they share.
+class job {
+public:
+    explicit job(const common::file& input) : input_(input) {}
+    void run();
+
+private:
+    bool load();
+    bool rename_cineon();
+    void build_paths();
+    bool needs_settings() const;
+    bool image_lies_in_input(uint64_t size) const;
+    copy_status copy_image(uint64_t size, const placement* places, int count, int* failures);
+    bool open_output(int flags);
+    void fail(const char* message, int failures = 1);
+    void fail_keeping_output(const char* message);
+    void complete();
+
+    const common::file& input_;
+    image_holder holder_;
+    smptedpx_reader* reader_ = nullptr;
+    SMPTE268M_Header_t header_;
+    common::file output_;
+    common::file temporary_;
+    descriptor out_;
+    bool created_output_ = false;  // this job created or truncated the output
+};
+
+void job::run() {
+    if (!load()) return;
+    if (holder_.cineon_reader) {
+        rename_cineon();
+        return;
+    }
+    reader_ = holder_.dpx_reader;
+    if (reader_->read_header_bytes(&header_, sizeof header_) != 0) {
+        ++g_failedJobs;
+        printError(1, kLoadFailed);
+        return;
+    }
+    auto& element = header_.image_element[0];
+
+    if (g_firstReport) {
+        print_settings_report(*reader_, header_);
+        g_firstReport = false;
+        if (g_byteOffset == -1) g_byteOffset = int32_t(element.data_offset);
+        if (g_lowData == -1) g_lowData = int32_t(element.ref_low_data);
+        if (g_highData == -1) g_highData = int32_t(element.ref_high_data);
+        if (g_transfer == -1) g_transfer = element.transfer;
+    }
+
+    if (reader_->bit_depth != 10) {
+        ++g_failedJobs;
+        printError(1, kNot10Bit);
+        return;
+    }
+
+    build_paths();
+    bool swap = reader_->swap_bytes != 0;
+    bool settings = needs_settings();
+    if (!swap && !settings) return;  // already right: nothing is written or renamed
+
+    const uint64_t size = image_data_size(*reader_, header_);
+    const uint64_t source = reader_->data_offset;
+    // The settings pass moves the image to the run's offset.
+    const uint64_t target = settings ? uint32_t(g_byteOffset) : source;
+    // A pass writes no header bytes at or beyond the offset its image went to.
+    const uint64_t swap_header_bytes = std::min<uint64_t>(sizeof header_, source);
+    const uint64_t settings_header_bytes = std::min<uint64_t>(sizeof header_, target);
+
+    if (swap) {
+        if (!open_output(O_WRONLY | O_CREAT | O_TRUNC)) {
+            fail(kOpenFailed);
+            return;
+        }
+        if (!image_lies_in_input(size)) {
+            fail(kReadFailed);
+            return;
+        }
+        if (!settings) {
+            placement place{source, 1};
+            int failures = 0;
+            switch (copy_image(size, &place, 1, &failures)) {
+                case copy_status::read_failed: fail(kReadFailed); return;
+                case copy_status::write_failed: fail(kImageWriteFailed, failures); return;
+                case copy_status::ok: break;
+            }
+            if (!write_at(out_.get(), &header_, swap_header_bytes, 0)) {
+                fail(kHeaderWriteFailed);
+                return;
+            }
+            complete();
+            return;
+        }
+        // Both passes in one: the output was just truncated, so its final bytes
+        // are those of the swap pass's image and header overlaid by the
+        // settings pass's image and header. The swap header survives only
+        // where the settings header is shorter and no image covers it.
+        if (swap_header_bytes > settings_header_bytes) {
+            const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&header_);
+            if (!write_at(out_.get(), bytes + settings_header_bytes,
+                          swap_header_bytes - settings_header_bytes, settings_header_bytes)) {
+                fail(kHeaderWriteFailed);
+                return;
+            }
+        }
+    } else {
+        // The settings pass reuses an existing output file without truncating it.
+        if (!open_output(O_RDWR) && !open_output(O_WRONLY | O_CREAT | O_TRUNC)) return;
+        if (!image_lies_in_input(size)) {
+            fail(kReadFailed);
+            return;
+        }
+    }
+
+    if (header_.image_offset != uint32_t(g_byteOffset) ||
+        uint32_t(g_byteOffset) != element.data_offset) {
+        header_.image_offset = uint32_t(g_byteOffset);
+        element.data_offset = uint32_t(g_byteOffset);
+    }
+
+    // The settings pass's image write counts twice when it falls short.
+    placement places[2] = {{source, 1}, {target, 2}};
+    int count = 0;
+    const placement* first = places;
+    if (!swap) {
+        first = &places[1];
+        count = 1;
+    } else {
+        count = target == source ? 1 : 2;  // rewriting the same bytes in place is a no-op
+    }
+    int failures = 0;
+    switch (copy_image(size, first, count, &failures)) {
+        case copy_status::read_failed: fail(kReadFailed); return;
+        case copy_status::write_failed: fail(kImageWriteFailed, failures); return;
+        case copy_status::ok: break;
+    }
+
+    element.ref_low_data = uint32_t(g_lowData);
+    element.ref_high_data = uint32_t(g_highData);
+    element.transfer = uint8_t(g_transfer & 0xff);
+    element.descriptor = 50;
+    element.packing = 1;
+    if (!write_at(out_.get(), &header_, settings_header_bytes, 0)) {
+        fail_keeping_output(kHeaderWriteFailed);
+        return;
+    }
+    complete();
+}
+
+bool job::load() {
+    if (holder_.load(input_.c_str()) == 0) return true;
+    ++g_failedJobs;
+    printError(1, kLoadFailed);
+    return false;
+}
+
+bool job::rename_cineon() {
+    common::file renamed(input_);
+    if (!renamed.change_extension("cin", 1)) return false;
+    // The reader's descriptor stays open across the rename; the file is untouched.
+    common::file(input_).rename_to(renamed);
+    common::console_out << "Renaming..." << renamed << "\n";
+    return true;
+}
+
+void job::build_paths() {
+    if (g_outputDir.size > 0) {
+        char name[256];
+        input_.name(name, sizeof name);
+        output_ = g_outputDir;
+        output_.append(1, name);
+        return;
+    }
+    std::string text = input_.c_str();
+    size_t slash = text.rfind('/');
+    std::string directory = slash == std::string::npos ? std::string() : text.substr(0, slash + 1);
+    output_.assign(1, (directory + "~tmp.dpx").c_str());
+    temporary_ = output_;
+}
+
+bool job::needs_settings() const {
+    const auto& element = header_.image_element[0];
+    return int32_t(int16_t(reader_->ref_low)) != g_lowData ||
+           int32_t(int16_t(reader_->ref_high)) != g_highData ||
+           int32_t(element.transfer) != g_transfer ||
+           header_.image_offset != uint32_t(g_byteOffset) ||
+           header_.image_offset != element.data_offset ||
+           element.descriptor != 50 ||
+           element.packing != 1;
+}
+
+bool job::image_lies_in_input(uint64_t size) const {
+    struct stat st;
+    if (size == 0 || fstat(reader_->fd, &st) != 0) return false;
+    uint64_t end = uint64_t(reader_->data_offset) + size;  // cannot wrap: both below 2^36
+    return end <= uint64_t(st.st_size);
+}
+
+copy_status job::copy_image(uint64_t size, const placement* places, int count, int* failures) {
+    const uint64_t source = reader_->data_offset;
+    // When the second copy lies above the first, walking the image from its
+    // end makes every byte of the second copy land after any byte of the first
+    // copy that overlaps it, as if the copies were written one after the other.
+    const bool backwards = count == 2 && places[1].offset > places[0].offset;
+    const uint64_t chunk = std::min(size, kChunkBytes);
+    buffer data(chunk);
+    if (!data.get()) return copy_status::read_failed;
+    const uint64_t chunks = (size + chunk - 1) / chunk;
+    for (uint64_t i = 0; i < chunks; ++i) {
+        uint64_t index = backwards ? chunks - 1 - i : i;
+        uint64_t at = index * chunk;
+        uint64_t n = std::min(chunk, size - at);
+        if (reader_->read_at(data.get(), source + at, n) != 0) return copy_status::read_failed;
+        if (reader_->swap_bytes) reverse_words(data.get(), n);
+        for (int k = 0; k < count; ++k) {
+            if (!write_at(out_.get(), data.get(), n, places[k].offset + at)) {
+                *failures = places[k].failures;
+                return copy_status::write_failed;
+            }
+        }
+    }
+    return copy_status::ok;
+}
+
+bool job::open_output(int flags) {
+    // The output must never be the input itself: truncating it would destroy
+    // the frame before it is read.
+    struct stat in, out;
+    if (stat(output_.c_str(), &out) == 0 && fstat(reader_->fd, &in) == 0 &&
+        in.st_dev == out.st_dev && in.st_ino == out.st_ino)
+        return false;
+    int fd = ::open(output_.c_str(), flags | O_CLOEXEC, 0664);
+    if (fd < 0) return false;
+    out_.reset(fd);
+    if (flags & O_TRUNC) created_output_ = true;
+    return true;
+}
+
+void job::fail(const char* message, int failures) {
+    g_failedJobs += failures;
+    printError(1, message);
+    out_.close();
+    if (temporary_.size > 0) temporary_.remove();
+    // A partial frame must not stay in the output folder looking converted.
+    else if (created_output_) output_.remove();
+}
+
+void job::fail_keeping_output(const char* message) {
+    ++g_failedJobs;
+    printError(1, message);
+    out_.close();
+    if (temporary_.size == 0 && created_output_) output_.remove();
+}
+
+void job::complete() {
+    if (temporary_.size == 0) {
+        out_.close();
+        return;
+    }
+    // The converted frame reaches stable storage before it replaces the
+    // original, so a crash or power loss leaves one whole version or the other.
+    if (fdatasync(out_.get()) != 0 || !out_.close()) {
+        fail(kImageWriteFailed);
+        return;
+    }
+    temporary_.rename_to(input_);
+}
+
+}  // namespace
+
+void repair_job(const common::file& input) {
+    job(input).run();
+}

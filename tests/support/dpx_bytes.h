@@ -1,0 +1,55 @@
+// Test files built byte by byte at absolute offsets, independently of the
+// codecs, and the bytes a correct conversion must produce from them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace testdata {
+
+using bytes = std::vector<uint8_t>;
+
+// What goes into a hand-built DPX file.
+struct dpx_spec {
+    bool big_endian = true;
+    uint32_t width = 5, height = 3;
+    uint32_t image_offset = 2048;     // header offset 4
+    uint32_t element_offset = 2048;   // element 0 offset to data (808)
+    uint32_t ref_low = 95, ref_high = 685;
+    uint8_t descriptor = 50, transfer = 3, bit_size = 10;
+    uint16_t packing = 1;
+    uint32_t x_orig = 0, y_orig = 0;  // 0 = not given
+    std::string creator = "hand-built scanner";
+    std::string date = "2026:11:21:10:00:00UTC";
+    uint32_t extra_image_words = 0;   // stored beyond width x height
+    uint32_t trailing_bytes = 0;      // file bytes after the image
+};
+
+// Stores `v` in `n` bytes at `at` in the given byte order.
+void put(bytes& b, size_t at, uint64_t v, int n, bool big_endian);
+// Reads `n` bytes at `at` in the given byte order.
+uint64_t get(const bytes& b, size_t at, int n, bool big_endian);
+
+// A DPX file with every header field the codecs look at filled, float
+// fields holding recognisable non-symmetric bytes, text in the text fields,
+// user data between the header and the image, and a pixel pattern.
+bytes make_dpx(const dpx_spec& spec);
+
+// Offsets and widths of every integer field a byte-order conversion reverses.
+const std::vector<std::pair<size_t, int>>& dpx_swapped_fields();
+
+// The file tarvex must write for a big-endian `input` made by make_dpx with
+// no settings change: integer fields and image words reversed, floats and
+// text as they were, zeros between the header and the image.
+bytes converted(const bytes& input, const dpx_spec& spec);
+
+// A Cineon file in the given byte order (magic 0x802A5FD7 in it).
+bytes make_cineon(bool big_endian, uint32_t width, uint32_t height);
+
+// Reads a whole file; empty when it cannot be read.
+bytes read_file(const std::string& path);
+// Writes a whole file; false on failure.
+bool write_file(const std::string& path, const bytes& data);
+
+}  // namespace testdata
