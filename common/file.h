@@ -1,0 +1,126 @@
+// A file-system path held as text in one of four forms, edited component by
+// component, with the program's file-system operations on it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+
+#include "common/allocator.h"
+#include "common/file_range.h"
+#include "common/stack.h"
+
+namespace common {
+
+// A path object; it holds no descriptor between calls. Every operation on an
+// empty path does nothing and returns 0, false or its buffer.
+class file {
+public:
+    // Path forms: how the text is written.
+    enum : int {
+        system_path = 0,  // file-system path in the platform's system encoding (UTF-8 here)
+        posix_path = 1,   // file-system path in UTF-8: what every POSIX call is given
+        utf8_path = 2,    // file-system path in UTF-8
+        url = 3,          // file URL string, "file://" and the path percent-escaped
+    };
+
+    // Private buffer holder; adds nothing to the allocator.
+    class _stream_impl : public allocator<char> {};
+
+    // An empty path of form 1.
+    file() {}
+    // The UTF-8 path `utf8` of form 1.
+    explicit file(const char* utf8) { assign(posix_path, utf8); }
+    // Copies the other's form and text.
+    file(const file& other);
+    // Copies the other's form and text.
+    file& operator=(const file& other);
+    // Frees the buffer.
+    virtual ~file();
+
+    // Replaces the text; null empties it keeping the form, "" empties it taking `form`.
+    void assign(int form, const char* text);
+    // Appends raw text (no separator) after converting the path to `form`.
+    void append(int form, const char* text);
+    // Appends the other path's text in the other's form.
+    void append(const file& other);
+    // Appends `count` C strings, given after it, in order.
+    void append_texts(int form, int count, ...);
+    // Appends the decimal digits of `value`.
+    void append_number(uint64_t value);
+    // Appends the decimal digits of `value`, "-" first when negative.
+    void append_number(int64_t value);
+    // Appends "/" unless the path is empty, `request` is 0 or it already ends in "/".
+    void add_separator(int request = 1);
+    // Goes to the parent: drops trailing "/" and cuts after the last "/" left.
+    void parent();
+    // Goes to the parent, converts to `form` and appends `text`.
+    void replace_last(int form, const char* text);
+    // Converts the text to `form` in place; the form is taken even when the
+    // conversion fails (the path is then emptied).
+    void convert_to(int form);
+
+    // Copies the last component (trailing "/" ignored) into `buf`.
+    char* name(char* buf, int len) const;
+    // Copies the last component without its last "." and what follows.
+    char* base_name(char* buf, int len) const;
+    // Copies the text after the last "." of the last component; "" without one.
+    char* extension(char* buf, int len) const;
+    // Gives the name the extension `ext` (without its dot), replacing the old
+    // one when `replace` is non-zero. True when the path changed.
+    bool change_extension(const char* ext, int replace);
+    // Copies the path converted to `form`; unconvertible text is copied as it is.
+    char* text_in_form(int form, char* buf, int len) const;
+    // The path's status-change time in seconds; 0xFFFFFFFF when stat fails.
+    uint32_t change_time();
+
+    // True when the path opens as a directory (*is_dir = 1) or as a file (*is_dir = 0).
+    bool exists(int* is_dir = nullptr);
+    // Removes the file or empty directory: 0 done, 1 failed.
+    int remove();
+    // Sets the permission bits: 0 done, 1 failed.
+    int change_mode(mode_t mode);
+    // Makes `other` a symbolic link to this path: 0 done, 1 failed.
+    int link_to(const file& other);
+    // Renames this path to `other`: 0 done, 1 failed.
+    int rename_to(const file& other);
+    // Copies the file's bytes and mode to `other`: 0 done, 1 failed.
+    int copy_to(const file& other);
+    // Makes the directory and any missing parents: 0 made, 2 already there, 1 failed.
+    int create_directory(mode_t mode);
+    // Removes the directory and everything under it: 0 done, 1 failed.
+    int remove_tree();
+    // Appends to `out` one calloc'ed record per run of consecutive frame
+    // numbers of the sequence this path belongs to; 1 when any was reported.
+    int frame_ranges(stack<kel_fileRange_t*>& out);
+
+    // Writes size, text with its NUL, and form into `buf`; *out_size = size + 8.
+    // Returns 1 (after a message) when `buf` is null.
+    int pack_data(void* buf, uint32_t* out_size) const;
+    // Reads what pack_data wrote; *in_size = size + 8. Returns 1 when `buf`
+    // is null (after a message) or the packed size is negative.
+    int unpack_data(const void* buf, uint32_t* in_size);
+
+    // The text; "" when empty.
+    const char* c_str() const { return data ? data : ""; }
+    // True when no path is held.
+    bool empty() const { return data == nullptr; }
+
+    _stream_impl impl;
+    char* first = nullptr;  // start of the path buffer (equal to data)
+    char* top = nullptr;    // the terminating NUL
+    char* last = nullptr;   // last byte of the buffer
+    int32_t form = 1;       // path form of the text
+    char* data = nullptr;   // the owned buffer; null for an empty path
+    int32_t size = 0;       // text length including the NUL; 0 when empty
+
+private:
+    // Replaces the text with the `n` bytes at `text` and takes `new_form`.
+    void assign_bytes(int new_form, const char* text, size_t n);
+    // Frees the buffer and zeroes every member but the form.
+    void release();
+    // Start and end (exclusive) of the last component within the text.
+    void name_bounds(int32_t* begin, int32_t* end) const;
+};
+
+}  // namespace common
