@@ -1,0 +1,186 @@
+// tarvex-filebench: times tarvex against cp over generated sequences, runs
+// alternating with the baseline, and prints medians, ratios and peak memory.
+//
+// usage: tarvex-filebench TARVEX MKFRAMES WORKDIR [REPETITIONS]
+#include <dirent.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct outcome {
+    double seconds = 0;
+    long peak_kib = 0;
+};
+
+// Runs a command with its output discarded; exits on failure.
+outcome run(const std::vector<std::string>& args) {
+    std::vector<char*> argv;
+    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    auto start = std::chrono::steady_clock::now();
+    pid_t pid = fork();
+    if (pid == 0) {
+        int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1);
+        execvp(argv[0], argv.data());
+        _exit(127);
+    }
+    int status = 0;
+    struct rusage usage;
+    wait4(pid, &status, 0, &usage);
+    outcome o;
+    o.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    o.peak_kib = usage.ru_maxrss;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        std::fprintf(stderr, "filebench: %s failed\n", args[0].c_str());
+        std::exit(1);
+    }
+    return o;
+}
+
+void shell(const std::string& command) {
+    if (std::system(command.c_str()) != 0) {
+        std::fprintf(stderr, "filebench: '%s' failed\n", command.c_str());
+        std::exit(1);
+    }
+}
+
+std::vector<std::string> files_in(const std::string& dir) {
+    std::vector<std::string> names;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* e = readdir(d))
+            if (e->d_name[0] != '.') names.push_back(dir + "/" + e->d_name);
+        closedir(d);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// A fresh empty folder with nothing of it left dirty in the page cache.
+void fresh(const std::string& dir) {
+    shell("rm -rf '" + dir + "' && mkdir -p '" + dir + "' && sync");
+}
+
+double median(std::vector<double> v) {
+    std::sort(v.begin(), v.end());
+    size_t n = v.size();
+    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
+}
+
+struct scenario {
+    std::string name;
+    std::string baseline_name;
+    int frames;
+    std::vector<double> tarvex, baseline;
+    long peak_kib = 0;
+};
+
+std::vector<std::string> concat(std::vector<std::string> a, const std::vector<std::string>& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 4) {
+        std::fprintf(stderr, "usage: tarvex-filebench TARVEX MKFRAMES WORKDIR [REPETITIONS]\n");
+        return 2;
+    }
+    const std::string tarvex = argv[1], mkframes = argv[2], work = argv[3];
+    const int reps = argc > 4 ? std::atoi(argv[4]) : 5;
+
+    struct set {
+        std::string name, size_w, size_h;
+        int count;
+    };
+    const std::vector<set> sets = {{"2k", "2048", "1556", 20}, {"4k", "4096", "3112", 5}, {"tiny", "64", "48", 1000}};
+    for (const auto& s : sets) {
+        std::string dir = work + "/src/" + s.name;
+        if (int(files_in(dir).size()) == s.count) continue;
+        fresh(dir);
+        run({mkframes, "-W", s.size_w, "-H", s.size_h, "-n", std::to_string(s.count), "-e", "big",
+             dir + "/frame.%04d.dpx"});
+    }
+    shell("sync");
+
+    std::vector<scenario> results;
+    const std::string out = work + "/out", base = work + "/base", inplace = work + "/inplace";
+    for (const auto& s : sets) {
+        const auto src = files_in(work + "/src/" + s.name);
+        const std::string label = s.name + " (" + s.size_w + "x" + s.size_h + ")";
+        std::vector<scenario> mine;
+        if (s.name != "tiny") {
+            mine.push_back({"in place, " + label, "cp + fdatasync", s.count, {}, {}});
+            mine.push_back({"-c, " + label, "cp", s.count, {}, {}});
+            mine.push_back({"-c -o 4096 (settings pass), " + label, "cp", s.count, {}, {}});
+        } else {
+            mine.push_back({"-c, 1000 tiny frames " + s.size_w + "x" + s.size_h + " in one call", "cp", s.count, {}, {}});
+        }
+        for (int r = 0; r < reps; ++r) {
+            for (auto& sc : mine) {
+                auto time_tarvex = [&] {
+                    outcome o;
+                    if (sc.name.rfind("in place", 0) == 0) {
+                        fresh(inplace);
+                        shell("cp -t '" + inplace + "' '" + work + "/src/" + s.name + "'/* && sync");
+                        o = run(concat({tarvex}, files_in(inplace)));
+                    } else if (sc.name.find("-o 4096") != std::string::npos) {
+                        fresh(out);
+                        o = run(concat({tarvex, "-o", "4096", "-c", out}, src));
+                    } else {
+                        fresh(out);
+                        o = run(concat({tarvex, "-c", out}, src));
+                    }
+                    sc.tarvex.push_back(o.seconds);
+                    sc.peak_kib = std::max(sc.peak_kib, o.peak_kib);
+                };
+                auto time_baseline = [&] {
+                    fresh(base);
+                    outcome o = run(concat({"cp", "-t", base}, src));
+                    double t = o.seconds;
+                    if (sc.baseline_name == "cp + fdatasync") t += run(concat({"sync", "-d"}, files_in(base))).seconds;
+                    sc.baseline.push_back(t);
+                };
+                // Alternate which goes first, so neither always meets a warmer cache.
+                if (r % 2 == 0) { time_tarvex(); time_baseline(); }
+                else { time_baseline(); time_tarvex(); }
+            }
+        }
+        results.insert(results.end(), mine.begin(), mine.end());
+    }
+    shell("rm -rf '" + out + "' '" + base + "' '" + inplace + "'");
+
+    std::printf("| run | frames | tarvex median | baseline | baseline median | ratio | tarvex peak RSS |\n");
+    std::printf("|---|---:|---:|---|---:|---:|---:|\n");
+    for (const auto& sc : results) {
+        double t = median(sc.tarvex), b = median(sc.baseline);
+        std::printf("| %s | %d | %.1f ms | %s | %.1f ms | %.2f | %.1f MiB |\n", sc.name.c_str(), sc.frames,
+                    t * 1000, sc.baseline_name.c_str(), b * 1000, t / b, double(sc.peak_kib) / 1024);
+    }
+    // The cost of flushing each converted frame before it replaces its original.
+    for (const auto& sc : results) {
+        if (sc.baseline_name != "cp + fdatasync") continue;
+        for (const auto& plain : results) {
+            if (plain.name != "-c, " + sc.name.substr(std::string("in place, ").size())) continue;
+            std::printf("\nflush cost per frame, %s: cp + fdatasync - cp = %.2f ms; "
+                        "tarvex in place - tarvex -c = %.2f ms\n",
+                        plain.name.substr(4).c_str(),
+                        (median(sc.baseline) - median(plain.baseline)) * 1000 / sc.frames,
+                        (median(sc.tarvex) - median(plain.tarvex)) * 1000 / sc.frames);
+        }
+    }
+    std::printf("\n%d repetitions of each run, alternating tarvex and the baseline.\n", reps);
+    return 0;
+}
