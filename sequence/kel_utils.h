@@ -14,6 +14,7 @@ struct kel_fileResult_t {
     char folder[1024];  // the scanned folder, ending in "/", zero-terminated
     char name[256];     // the entry's name within it, zero-terminated
 };
+static_assert(sizeof(kel_fileResult_t) == 1280, "a result record is 1280 bytes");
 
 // What kel_utils::find_files looks for; copied into every recursion.
 struct kel_fileQuery_t {
