@@ -106,7 +106,7 @@ public:
     // True when no path is held.
     bool empty() const { return data == nullptr; }
 
-    _stream_impl impl;
+    _stream_impl impl;      // buffer holder; carries no data
     char* first = nullptr;  // start of the path buffer (equal to data)
     char* top = nullptr;    // the terminating NUL
     char* last = nullptr;   // last byte of the buffer

@@ -82,7 +82,7 @@ public:
     // Frees the buffer and zeroes every member.
     void clear();
 
-    _stream_impl impl;
+    _stream_impl impl;      // buffer holder; carries no data
     char* first = nullptr;  // start of the buffer (equal to data)
     char* top = nullptr;    // the terminating NUL
     char* last = nullptr;   // last byte of the buffer

@@ -130,7 +130,7 @@ public:
     // Writes the iconv name of `encoding` into `buf`; an unknown id leaves it untouched.
     static char* encoding_name(char* buf, size_t size, int encoding);
 
-    _unicode_impl impl;
+    _unicode_impl impl;  // the unit block and its bookkeeping
 
 private:
     // Appends a signed 32-bit number as text.
@@ -154,6 +154,7 @@ class exception {
 public:
     // Stores `text` as the message.
     explicit exception(const char* text);
+    // Releases the message.
     virtual ~exception();
 
     unicode message;  // what went wrong

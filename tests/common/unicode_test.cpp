@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <iconv.h>
+
 #include <climits>
 #include <cstdio>
 #include <string>
@@ -140,15 +142,18 @@ TEST(UnicodeTest, ConvertReportsBytesAndDiscardsFailedOutput) {
     EXPECT_EQ(out[0], '#');
 }
 
-TEST(UnicodeTest, EncodingNamesAreIconvNames) {
-    const char* expected[] = {"ISO-8859-1", "UTF-8", "UTF-16LE", "UTF-16BE",
-                              "ISO-8859-1", "ASCII", "UTF-32LE", "UTF-32BE"};
+TEST(UnicodeTest, EncodingNamesOpenWithIconv) {
     for (int id = 0; id < 8; ++id) {
         char name[16] = "";
-        EXPECT_STREQ(unicode::encoding_name(name, sizeof name, id), expected[id]);
+        unicode::encoding_name(name, sizeof name, id);
+        iconv_t cd = iconv_open(name, "UTF-8");
+        EXPECT_NE(cd, iconv_t(-1)) << "encoding " << id << " named " << name;
+        if (cd != iconv_t(-1)) iconv_close(cd);
     }
     char untouched[16] = "keep";
     EXPECT_STREQ(unicode::encoding_name(untouched, sizeof untouched, 8), "keep");
+    char tiny[4];
+    EXPECT_STREQ(unicode::encoding_name(tiny, sizeof tiny, unicode::utf16be), "UTF");
 }
 
 TEST(UnicodeTest, CompareTellsOnlyEqualityOfNonEmptyStrings) {
