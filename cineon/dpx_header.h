@@ -22,7 +22,7 @@ struct __attribute__((packed)) SMPTE268M_ImageElement_t {
     float ref_high_quantity;    // reference high quantity
     uint8_t descriptor;         // component descriptor: 50 RGB, 51 RGBA
     uint8_t transfer;           // transfer characteristic; 1 and 3 are logarithmic
-    uint8_t colorimetric;       // colorimetric specification
+    uint8_t colorimetric;       // colorimetric code
     uint8_t bit_size;           // bits per component
     uint16_t packing;           // 0 packed, 1 filled method A, 2 filled method B
     uint16_t encoding;          // 0 none, 1 run-length

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -146,7 +147,7 @@ int smptedpx_reader::expand_8bit(void* buf, uint64_t pixels) {
     if (file_size(bytes_in_file) != codec_ok) return codec_io;
     if (uint64_t(data_offset) + bytes > bytes_in_file) return codec_io;
     unsigned char* raw = static_cast<unsigned char*>(std::malloc(size_t(bytes ? bytes : 1)));
-    if (!raw) return codec_io;
+    if (!raw) throw std::bad_alloc();
     int result = read_exact(raw, data_offset, bytes);
     if (result == codec_ok) {
         for (uint64_t i = 0; i < pixels; ++i) {

@@ -18,7 +18,8 @@ public:
     // file is in the other order: 0, 3 short, 4 not open, 5 not DPX, 7 bad argument.
     int read_header_bytes(void* buf, uint32_t size) override;
     // Reads the image into `buf` of `size` bytes as stored, or expanded from
-    // 8-bit components to 10-bit words: 0, 1, 3 short, 4 not open, 7 bad argument.
+    // 8-bit components to 10-bit words: 0, 1, 3 short, 4 not open, 7 bad
+    // argument. Throws std::bad_alloc only when memory runs out.
     int read_image(void* buf, uint64_t size) override;
 
 private:

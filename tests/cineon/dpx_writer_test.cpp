@@ -1,0 +1,192 @@
+#include "cineon/dpx_writer.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "cineon/codec_files.h"
+#include "cineon/dpx_reader.h"
+
+namespace {
+
+uint32_t u32_at(const std::vector<uint8_t>& b, size_t off) { return host_word(&b.at(off)); }
+uint16_t u16_at(const std::vector<uint8_t>& b, size_t off) {
+    uint16_t v;
+    std::memcpy(&v, &b.at(off), 2);
+    return v;
+}
+float f32_at(const std::vector<uint8_t>& b, size_t off) {
+    float v;
+    std::memcpy(&v, &b.at(off), 4);
+    return v;
+}
+std::string text_at(const std::vector<uint8_t>& b, size_t off, size_t max) {
+    return std::string(reinterpret_cast<const char*>(&b.at(off)), strnlen(reinterpret_cast<const char*>(&b.at(off)), max));
+}
+
+class DpxWriterTest : public ::testing::Test {
+protected:
+    scratch_dir dir;
+    smptedpx_writer writer;
+    std::string path = dir.path + "/out.dpx";
+
+    void SetUp() override {
+        writer.width = 2048;
+        writer.height = 1556;
+        writer.data_offset = 8192;
+        writer.channels = 3;
+        writer.descriptor = 50;
+        writer.bit_depth = 10;
+        writer.ref_low = 64;
+        writer.ref_high = 940;
+        writer.time_code = 0x01020304u;
+        writer.frame_rate = 25.0f;
+        writer.gamma = 2.2f;
+        writer.black_level = 12.0f;
+        writer.black_gain = 0.5f;
+        writer.break_point = 3.0f;
+        writer.white_level = 900.0f;
+    }
+};
+
+TEST_F(DpxWriterTest, HeaderFieldsAtTheirOffsets) {
+    ASSERT_EQ(writer.open(path.c_str(), true, true), codec_ok);
+    writer.close();
+    std::vector<uint8_t> b = scratch_dir::read(path);
+    ASSERT_EQ(b.size(), 2048u);
+    EXPECT_EQ(u32_at(b, 0), dpx_magic);
+    EXPECT_EQ(u32_at(b, 4), 8192u);
+    EXPECT_EQ(std::vector<uint8_t>(b.begin() + 8, b.begin() + 16), (std::vector<uint8_t>{'v', '1', '.', '0', 0, 0, 0, 0}));
+    EXPECT_EQ(u32_at(b, 16), 12754944u);
+    EXPECT_EQ(u32_at(b, 24), 1664u);
+    EXPECT_EQ(u32_at(b, 28), 384u);
+    EXPECT_EQ(u32_at(b, 32), 6144u);
+    EXPECT_TRUE(std::regex_match(text_at(b, 136, 24), std::regex(R"(\d{4}:\d\d:\d\d:\d\d:\d\d:\d\d.*)")))
+        << text_at(b, 136, 24);
+    EXPECT_EQ(std::vector<uint8_t>(b.begin() + 136, b.begin() + 160), std::vector<uint8_t>(b.begin() + 1532, b.begin() + 1556));
+    EXPECT_EQ(text_at(b, 160, 100), "Quillmoor.filmframecodec");
+    EXPECT_EQ(text_at(b, 460, 200).size(), 45u);
+    EXPECT_EQ(u32_at(b, 660), 0xFFFFFFFFu);
+    EXPECT_EQ(u16_at(b, 768), 0);
+    EXPECT_EQ(u16_at(b, 770), 1);
+    EXPECT_EQ(u32_at(b, 772), 2048u);
+    EXPECT_EQ(u32_at(b, 776), 1556u);
+    EXPECT_EQ(u32_at(b, 1424), 2048u);
+    EXPECT_EQ(u32_at(b, 1428), 1556u);
+    EXPECT_EQ(u32_at(b, 784), 64u);
+    EXPECT_EQ(u32_at(b, 792), 940u);
+    EXPECT_FLOAT_EQ(f32_at(b, 796), 2.048f);
+    EXPECT_EQ(b[800], 50);
+    EXPECT_EQ(b[801], 2);
+    EXPECT_EQ(b[803], 10);
+    EXPECT_EQ(u16_at(b, 804), 1);
+    EXPECT_EQ(u32_at(b, 808), 8192u);
+    EXPECT_EQ(u32_at(b, 1628), 1000u);
+    EXPECT_EQ(u32_at(b, 1632), 1000u);
+    EXPECT_EQ(u32_at(b, 1920), 0x01020304u);
+    EXPECT_FLOAT_EQ(f32_at(b, 1724), 25.0f);
+    EXPECT_FLOAT_EQ(f32_at(b, 1940), 25.0f);
+    EXPECT_FLOAT_EQ(f32_at(b, 1948), 2.2f);
+    EXPECT_EQ(f32_at(b, 1952), 0.0f) << "black level is never written";
+    EXPECT_FLOAT_EQ(f32_at(b, 1956), 0.5f);
+    EXPECT_FLOAT_EQ(f32_at(b, 1960), 3.0f);
+    EXPECT_FLOAT_EQ(f32_at(b, 1964), 900.0f);
+
+    smptedpx_writer log;
+    log.copy_description(writer);
+    log.is_log = 1;
+    log.packed = 1;
+    log.data_offset = 4096;
+    ASSERT_EQ(log.open(path.c_str(), true, true), codec_ok);
+    b = scratch_dir::read(path);
+    EXPECT_EQ(b[801], 3);
+    EXPECT_EQ(u16_at(b, 804), 0);
+    EXPECT_EQ(u32_at(b, 4), 4096u);
+    EXPECT_EQ(u32_at(b, 808), 4096u);
+    EXPECT_EQ(u32_at(b, 16), 4096u + 2048u * 1556u * 4u);
+    EXPECT_EQ(u32_at(b, 32), 2048u);
+}
+
+TEST_F(DpxWriterTest, RefusesOnlyWhenChannelsAndDescriptorAreBothWrong) {
+    struct combo { uint16_t channels; uint32_t descriptor; int result; };
+    for (combo c : {combo{5, 50, codec_ok}, combo{3, 7, codec_ok}, combo{5, 7, codec_unsupported}}) {
+        smptedpx_writer w;
+        w.copy_description(writer);
+        w.channels = c.channels;
+        w.descriptor = c.descriptor;
+        EXPECT_EQ(w.open(path.c_str(), true, true), c.result) << c.channels << " " << c.descriptor;
+    }
+}
+
+TEST_F(DpxWriterTest, ForeignOrderSwapsIntegersOnly) {
+    ASSERT_EQ(writer.open(path.c_str(), true, false), codec_ok);
+    EXPECT_EQ(writer.swap_bytes, 1u);
+    std::vector<uint8_t> b = scratch_dir::read(path);
+    EXPECT_EQ(u32_at(b, 0), dpx_magic_swapped);
+    EXPECT_EQ(u32_at(b, 16), __builtin_bswap32(12754944u));
+    EXPECT_EQ(u16_at(b, 770), __builtin_bswap16(1));
+    EXPECT_FLOAT_EQ(f32_at(b, 1948), 2.2f);
+
+    SMPTE268M_Header_t h;
+    dpx_default_header(h);
+    ASSERT_EQ(writer.write_header_bytes(&h, sizeof h), codec_ok);
+    EXPECT_EQ(h.magic, dpx_magic_swapped) << "the caller's buffer is left swapped";
+    EXPECT_EQ(u32_at(scratch_dir::read(path), 4), __builtin_bswap32(8192u));
+    EXPECT_EQ(writer.write_header_bytes(&h, 2047), codec_bad_argument);
+}
+
+TEST_F(DpxWriterTest, RoundTripsInBothByteOrders) {
+    for (bool host_order : {true, false}) {
+        smptedpx_writer w;
+        w.copy_description(writer);
+        w.width = 3;
+        w.height = 2;
+        w.data_offset = 4096;
+        w.is_log = 1;
+        const uint32_t pixels[6] = {0xFFC00000u, 0x003FF000u, 0x00000FFCu, 0x12345678u, 0, 0xFFFFFFFCu};
+        std::vector<uint32_t> stored(pixels, pixels + 6);
+        if (!host_order) reverse_words(stored.data(), 24);
+        ASSERT_EQ(w.open(path.c_str(), true, host_order), codec_ok);
+        ASSERT_EQ(w.write_image(stored.data(), 24), codec_ok);
+        w.close();
+
+        smptedpx_reader r;
+        ASSERT_EQ(r.open(path.c_str(), true), codec_ok);
+        EXPECT_EQ(r.swap_bytes, host_order ? 0u : 1u);
+        EXPECT_EQ(r.width, 3u);
+        EXPECT_EQ(r.height, 2u);
+        EXPECT_EQ(r.descriptor, 50u);
+        EXPECT_EQ(r.channels, 3);
+        EXPECT_EQ(r.bit_depth, 10);
+        EXPECT_EQ(r.is_log, 1u);
+        EXPECT_EQ(r.data_offset, 4096u);
+        EXPECT_EQ(r.ref_low, 64);
+        EXPECT_EQ(r.ref_high, 940);
+        EXPECT_EQ(r.time_code, 0x01020304u);
+        EXPECT_FLOAT_EQ(r.pixel_aspect, 1.0f);
+        EXPECT_FLOAT_EQ(r.frame_rate, 25.0f);
+        EXPECT_FLOAT_EQ(r.gamma, 2.2f);
+        EXPECT_EQ(r.black_level, 0.0f);
+        uint32_t back[6] = {};
+        ASSERT_EQ(r.read_image(back, sizeof back), codec_ok);
+        EXPECT_EQ(std::vector<uint32_t>(back, back + 6), std::vector<uint32_t>(pixels, pixels + 6));
+    }
+}
+
+TEST_F(DpxWriterTest, SizesThatDoNotFitAreRefused) {
+    writer.width = 0xFFFFFFFFu;
+    writer.height = 0xFFFFFFFFu;
+    EXPECT_EQ(writer.open(path.c_str(), true, true), codec_unsupported);
+    writer.width = 0x8000;
+    writer.height = 0x8000;
+    EXPECT_EQ(writer.write_header(), codec_unsupported) << "4 GiB of image data overflows file_size";
+    writer.close();
+    uint8_t h[2048] = {};
+    EXPECT_EQ(writer.write_header(), codec_not_open);
+    EXPECT_EQ(writer.write_header_bytes(h, 2048), codec_not_open);
+    EXPECT_EQ(writer.write_image(h, 4), codec_not_open);
+}
+
+}  // namespace
