@@ -29,8 +29,8 @@ class bs_struct;
 template <class T>
 class bs_struct<T*> {
 public:
-    // Swaps `extent` bytes at `record` by `description`; a null or empty
-    // description does nothing. Throws _throw_wrong_definition,
+    // Swaps `extent` bytes at `record` by `description` (a char record must
+    // pass its real size); a null or empty description does nothing. Throws _throw_wrong_definition,
     // _throw_unexpected_termination or _throw_out_of_range on a malformed
     // description, leaving the record partly swapped.
     bs_struct(T* record_ptr, const stack<int>* description, uint64_t extent = sizeof(T))
@@ -38,8 +38,10 @@ public:
         if (!record || !description || description->count == 0) return;
         walk(*description);
     }
+    // Not copyable: it stands for one walk over one record.
     bs_struct(const bs_struct&) = delete;
     bs_struct& operator=(const bs_struct&) = delete;
+    // Owns nothing; the record stays the caller's.
     virtual ~bs_struct() {}
 
     // The record being swapped; owned by the caller.
@@ -50,8 +52,10 @@ public:
     uint64_t position = 0;
 
 private:
+    // The record as bytes.
     unsigned char* bytes() const { return reinterpret_cast<unsigned char*>(record); }
 
+    // Moves the position `n` bytes on, stopping at the record's end.
     void advance(uint64_t n) { position = n >= size || position + n >= size ? size : position + n; }
 
     // Reverses the `width` bytes at the position when they lie inside the
@@ -74,6 +78,8 @@ private:
         return d[++index];
     }
 
+    // Walks the description from its first entry to its last, keeping the
+    // count of single bytes since the last 4-byte field.
     void walk(const stack<int>& d) {
         int64_t align = 0;
         for (int32_t i = 0; i < d.count; ++i) {
@@ -105,7 +111,8 @@ private:
         }
     }
 
-    // Arrays neither pad nor change the alignment count.
+    // Swaps `n` elements of code `element`; arrays neither pad nor change
+    // the alignment count.
     void walk_array(int element, int n) {
         unsigned width;
         if (element == bs_byte)

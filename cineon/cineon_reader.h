@@ -8,7 +8,9 @@
 // Reads a Cineon header into the description and the image as stored.
 class kodakcineon_reader : public cineonreader {
 public:
+    // A closed reader with the description's defaults.
     kodakcineon_reader() = default;
+    // Closes the descriptor if one is still open.
     ~kodakcineon_reader() override = default;
 
     // Loads and checks the header and fills the description: 0, the header

@@ -33,6 +33,7 @@ class cineon {
 public:
     // A closed codec with the description's defaults.
     cineon() = default;
+    // Not copyable: the descriptor has one owner; see copy_description.
     cineon(const cineon&) = delete;
     cineon& operator=(const cineon&) = delete;
     // Closes the descriptor if one is still open.
@@ -142,7 +143,9 @@ struct image_holder {
     smptedpx_reader* dpx_reader = nullptr;        // set when a DPX file was loaded
     smptedpx_writer* dpx_writer = nullptr;        // DPX writer in use, if any
 
+    // An empty holder.
     image_holder() = default;
+    // Not copyable: it owns what its pointers point to.
     image_holder(const image_holder&) = delete;
     image_holder& operator=(const image_holder&) = delete;
     // Deletes every reader and writer held.

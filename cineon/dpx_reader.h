@@ -8,7 +8,9 @@
 // Reads a DPX header into the description and the image as 10-bit words.
 class smptedpx_reader : public cineonreader {
 public:
+    // A closed reader with the description's defaults.
     smptedpx_reader() = default;
+    // Closes the descriptor if one is still open.
     ~smptedpx_reader() override = default;
 
     // Loads and checks the header and fills the description: 0, or the

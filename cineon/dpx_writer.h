@@ -8,7 +8,9 @@
 // Writes a DPX header built from the description, then the image as given.
 class smptedpx_writer : public cineonwriter {
 public:
+    // A closed writer with the description's defaults.
     smptedpx_writer() = default;
+    // Closes the descriptor if one is still open.
     ~smptedpx_writer() override = default;
 
     // Builds the header from the defaults and the description and writes it,

@@ -18,26 +18,30 @@ constexpr bool host_little = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
 
 // A file's bytes, with integers placed in the file's own byte order.
 struct byte_image {
-    std::vector<uint8_t> bytes;
-    bool big;  // integers are stored most significant byte first
+    std::vector<uint8_t> bytes;  // the whole file
+    bool big;                    // integers are stored most significant byte first
 
+    // `size` zero bytes in the given order.
     byte_image(size_t size, bool big_endian) : bytes(size, 0), big(big_endian) {}
 
     // True when the file's order is not the host's.
     bool foreign() const { return big == host_little; }
 
+    // Stores the low `width` bytes of `value` at `offset` in the file's order.
     void put(size_t offset, uint64_t value, unsigned width) {
         for (unsigned i = 0; i < width; ++i) {
             unsigned shift = 8 * (big ? width - 1 - i : i);
             bytes.at(offset + i) = uint8_t(value >> shift);
         }
     }
+    // One-, two- and four-byte integers in the file's order.
     void u8(size_t offset, uint8_t v) { put(offset, v, 1); }
     void u16(size_t offset, uint16_t v) { put(offset, v, 2); }
     void u32(size_t offset, uint32_t v) { put(offset, v, 4); }
     // Stores a float's bytes in host order whatever the file's order: the
     // codecs never swap floating-point header fields.
     void f32(size_t offset, float v) { std::memcpy(&bytes.at(offset), &v, 4); }
+    // The characters of `s`, without its NUL.
     void text(size_t offset, const char* s) { std::memcpy(&bytes.at(offset), s, std::strlen(s)); }
     // Fills [from, to) with a fixed pseudo-random pattern.
     void noise(size_t from, size_t to) {
@@ -66,8 +70,9 @@ inline uint32_t host_word(const uint8_t* p) {
 
 // A directory under TMPDIR removed, with its files, when the test ends.
 struct scratch_dir {
-    std::string path;
+    std::string path;  // the directory, without a trailing slash
 
+    // Makes a fresh directory; `path` stays empty when that fails.
     scratch_dir() {
         const char* base = std::getenv("TMPDIR");
         std::string pattern = std::string(base && *base ? base : "/tmp") + "/tarvex-cineon-XXXXXX";
@@ -75,6 +80,7 @@ struct scratch_dir {
         name.push_back('\0');
         if (mkdtemp(name.data())) path = name.data();
     }
+    // Removes the directory and the files in it.
     ~scratch_dir() {
         if (path.empty()) return;
         if (DIR* d = opendir(path.c_str())) {
