@@ -37,8 +37,8 @@ protected:
         if (*reinterpret_cast<const uint8_t*>(&probe) != 1) GTEST_SKIP() << "expected bytes assume a little-endian host";
         ASSERT_FALSE(dir.path().empty());
     }
-    bytes make(const std::string& name, const dpx_spec& spec) {
-        bytes b = testdata::make_dpx(spec);
+    bytes make(const std::string& name, const dpx_spec& layout) {
+        bytes b = testdata::make_dpx(layout);
         EXPECT_TRUE(testdata::write_file(dir / name, b));
         return b;
     }
@@ -53,16 +53,16 @@ protected:
     testrun::scratch_dir dir;
 };
 
-dpx_spec little(dpx_spec spec = {}) {
-    spec.big_endian = false;
-    return spec;
+dpx_spec little(dpx_spec layout = {}) {
+    layout.big_endian = false;
+    return layout;
 }
 
 TEST_F(RepairJob, BigEndianFileIsRewrittenInHostOrderByteForByte) {
-    dpx_spec spec;
-    bytes input = make("frame.dpx", spec);
+    dpx_spec layout;
+    bytes input = make("frame.dpx", layout);
     EXPECT_EQ(testrun::golden("convert_big_endian.txt"), run({"frame.dpx"}));
-    EXPECT_EQ(testdata::converted(input, spec), read("frame.dpx"));
+    EXPECT_EQ(testdata::converted(input, layout), read("frame.dpx"));
     EXPECT_FALSE(exists("~tmp.dpx"));
 }
 
@@ -72,25 +72,25 @@ TEST_F(RepairJob, ImageSizeIsTheLargerOfOriginalAndStoredSize) {
     const sizes cases[] = {{6, 4, 9}, {2, 2, 0}, {0xFFFFFFFF, 0xFFFFFFFF, 0}, {0, 7, 20}};
     for (const sizes& c : cases) {
         SCOPED_TRACE(testing::Message() << c.x_orig << " x " << c.y_orig);
-        dpx_spec spec;
-        spec.x_orig = c.x_orig;
-        spec.y_orig = c.y_orig;
-        spec.extra_image_words = c.extra_words;
-        spec.trailing_bytes = 12;
-        bytes input = make("frame.dpx", spec);
+        dpx_spec layout;
+        layout.x_orig = c.x_orig;
+        layout.y_orig = c.y_orig;
+        layout.extra_image_words = c.extra_words;
+        layout.trailing_bytes = 12;
+        bytes input = make("frame.dpx", layout);
         EXPECT_TRUE(ends_with(run({"frame.dpx"}), kOneDone));
-        EXPECT_EQ(testdata::converted(input, spec), read("frame.dpx"));
+        EXPECT_EQ(testdata::converted(input, layout), read("frame.dpx"));
     }
 }
 
 TEST_F(RepairJob, HeaderStopsWhereImageStartsAt1664) {
-    dpx_spec spec;
-    spec.image_offset = spec.element_offset = 1664;
-    spec.width = 20;
-    spec.height = 10;
-    bytes input = make("short.dpx", spec);
+    dpx_spec layout;
+    layout.image_offset = layout.element_offset = 1664;
+    layout.width = 20;
+    layout.height = 10;
+    bytes input = make("short.dpx", layout);
     EXPECT_TRUE(ends_with(run({"short.dpx"}), kOneDone));
-    EXPECT_EQ(testdata::converted(input, spec), read("short.dpx"));
+    EXPECT_EQ(testdata::converted(input, layout), read("short.dpx"));
 }
 
 TEST_F(RepairJob, FirstFileAt1664MovesLaterFilesTo1664) {
@@ -144,23 +144,23 @@ TEST_F(RepairJob, HostOrderFileNeedingNothingIsNotRewritten) {
 }
 
 TEST_F(RepairJob, RgbaDescriptorIsRewrittenAsRgb) {
-    dpx_spec spec = little();
-    spec.descriptor = 51;
-    bytes input = make("frame.dpx", spec);
+    dpx_spec layout = little();
+    layout.descriptor = 51;
+    bytes input = make("frame.dpx", layout);
     EXPECT_TRUE(ends_with(run({"frame.dpx"}), kOneDone));
     input[800] = 50;
     EXPECT_EQ(input, read("frame.dpx"));
 }
 
 TEST_F(RepairJob, OffsetOptionMovesTheImage) {
-    dpx_spec spec;
-    bytes big = make("big.dpx", spec);
-    bytes small = make("little.dpx", little(spec));
+    dpx_spec layout;
+    bytes big = make("big.dpx", layout);
+    bytes small = make("little.dpx", little(layout));
     EXPECT_TRUE(ends_with(run({"-o", "4096", "big.dpx", "little.dpx"}),
                           "\nFinished 2 of 2, none failed to convert.\n"));
 
     // The swap pass's image copy stays at 2048 below the moved image.
-    bytes swapped = testdata::converted(big, spec);
+    bytes swapped = testdata::converted(big, layout);
     bytes expected = swapped;
     overlay(expected, 4096, slice(swapped, 2048, 60));
     testdata::put(expected, 4, 4096, 4, false);
@@ -245,13 +245,13 @@ TEST_F(RepairJob, SettingsPassReusesStaleTemporaryBesideTheInput) {
 
 TEST_F(RepairJob, OutputFolderLeavesTheInputUntouched) {
     ASSERT_EQ(0, ::mkdir((dir / "out").c_str(), 0755));
-    dpx_spec spec;
-    bytes input = make("frame.dpx", spec);
+    dpx_spec layout;
+    bytes input = make("frame.dpx", layout);
     ASSERT_TRUE(testrun::age(dir / "frame.dpx"));
     testrun::file_facts before = testrun::facts_of(dir / "frame.dpx");
 
     EXPECT_TRUE(ends_with(run({"-c", "out", "frame.dpx"}), kOneDone));
-    EXPECT_EQ(testdata::converted(input, spec), read("out/frame.dpx"));
+    EXPECT_EQ(testdata::converted(input, layout), read("out/frame.dpx"));
     EXPECT_EQ(input, read("frame.dpx"));
     testrun::file_facts after = testrun::facts_of(dir / "frame.dpx");
     EXPECT_EQ(before.inode, after.inode);

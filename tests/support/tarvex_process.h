@@ -80,6 +80,7 @@ inline std::string drain(int fd) {
     return text;
 }
 
+// The exit status of child `pid`, or -1 when it did not exit normally.
 inline int wait_for(pid_t pid) {
     int raw = 0;
     while (::waitpid(pid, &raw, 0) < 0)

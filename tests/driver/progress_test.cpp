@@ -1,0 +1,93 @@
+// The progress line as it shows on terminals of set widths.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
+
+namespace {
+
+class Progress : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_FALSE(dir.path().empty()); }
+    // Writes `count` big-endian frames f0.dpx, f1.dpx, ... and returns their names.
+    std::vector<std::string> frames(int count) {
+        std::vector<std::string> names;
+        for (int i = 0; i < count; ++i) {
+            names.push_back("f" + std::to_string(i) + ".dpx");
+            EXPECT_TRUE(testdata::write_file(dir / names.back(), testdata::make_dpx(testdata::dpx_spec{})));
+        }
+        return names;
+    }
+    // The run's output with its elapsed times replaced, each checked to be a
+    // plausible time of a short run.
+    std::string run(const std::vector<std::string>& args, int columns) {
+        testrun::outcome r = testrun::run_on_terminal(dir.path(), args, columns);
+        EXPECT_EQ(0, r.status);
+        std::vector<std::string> times;
+        std::string out = testrun::without_times(r.out, &times);
+        for (const std::string& t : times) EXPECT_TRUE(std::regex_match(t, std::regex("00:0[0-9]:[0-5][0-9]"))) << t;
+        return out;
+    }
+    // The output between the settings report and the summary.
+    static std::string progress_part(const std::string& out) {
+        size_t from = out.find("Bits            : 10\n");
+        size_t to = out.rfind("\nFinished ");
+        if (from == std::string::npos || to == std::string::npos) return out;
+        from += 21;
+        return to > from ? out.substr(from, to - from) : std::string();
+    }
+
+    testrun::scratch_dir dir;
+};
+
+std::string bar_line(const std::string& escape, const std::string& percent, int stars, int blanks) {
+    return escape + percent + "|" + std::string(size_t(stars), '*') + std::string(size_t(blanks), ' ') + "|" +
+           std::string(14, ' ') + "hh:mm:ss";
+}
+
+TEST_F(Progress, FourJobsOnTerminalsOf80And120And300Columns) {
+    for (int columns : {80, 120, 300}) {
+        SCOPED_TRACE(testing::Message() << columns << " columns");
+        std::vector<std::string> names = frames(4);
+        EXPECT_EQ(testrun::golden("terminal_" + std::to_string(columns) + ".txt"), run(names, columns));
+    }
+}
+
+TEST_F(Progress, OneQuarterOn80ColumnsFillsTwelveOfFiftyOneCells) {
+    std::string part = progress_part(run(frames(4), 80));
+    std::string quarter = bar_line("\033[80D", "25%  ", 12, 39);
+    ASSERT_EQ(80u + 5u, quarter.size());
+    EXPECT_NE(std::string::npos, part.find("Starting Process..." + std::string(61, ' ') + quarter));
+}
+
+TEST_F(Progress, SingleJobShowsTheStartLineThenAFullBar) {
+    EXPECT_EQ("Starting Process..." + std::string(61, ' ') + bar_line("\033[80D", "100% ", 51, 0),
+              progress_part(run(frames(1), 80)));
+}
+
+TEST_F(Progress, PercentageAndBarTruncate) {
+    EXPECT_EQ("Starting Process..." + std::string(61, ' ') + bar_line("\033[80D", "33%  ", 17, 34) +
+                  bar_line("\033[80D", "66%  ", 34, 17) + bar_line("\033[80D", "100% ", 51, 0),
+              progress_part(run(frames(3), 80)));
+}
+
+TEST_F(Progress, NarrowTerminalShowsPercentageAndTimeWithoutBar) {
+    EXPECT_EQ("Starting Process..." + std::string(6, ' ') + "\033[25D50%  hh:mm:ss" + "\033[25D100% hh:mm:ss",
+              progress_part(run(frames(2), 25)));
+    // 30 columns leave room for a bar of one cell.
+    EXPECT_EQ("Starting Process..." + std::string(11, ' ') + bar_line("\033[30D", "50%  ", 0, 1) +
+                  bar_line("\033[30D", "100% ", 1, 0),
+              progress_part(run(frames(2), 30)));
+}
+
+TEST_F(Progress, NothingIsDrawnOffATerminal) {
+    testrun::outcome r = testrun::run_piped(dir.path(), frames(2));
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("", progress_part(r.out));
+}
+
+}  // namespace
