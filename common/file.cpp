@@ -82,7 +82,8 @@ bool url_to_path(const char* url, stream& out) {
     const char* p = url;
     const char* colon = std::strchr(url, ':');
     const char* slash = std::strchr(url, '/');
-    bool has_scheme = colon && colon != url && (!slash || colon < slash) && std::isalpha(static_cast<unsigned char>(url[0]));
+    bool has_scheme = colon && colon != url && (!slash || colon < slash) &&
+                      std::isalpha(static_cast<unsigned char>(url[0]));
     if (has_scheme) {
         if (colon - url != 4 || strncasecmp(url, "file", 4) != 0) return false;
         p = colon + 1;
@@ -329,7 +330,7 @@ void file::replace_last(int new_form, const char* text) {
 }
 
 void file::convert_to(int new_form) {
-    if (!data || new_form == form) return;
+    if (!data || new_form == form || new_form < system_path || new_form > url) return;
     stream converted;
     if (!form_text(form, new_form, data, converted)) {
         release();
@@ -575,6 +576,7 @@ int file::frame_ranges(stack<kel_fileRange_t*>& out) {
     if (!data) return 0;
     file path(*this);
     path.convert_to(posix_path);
+    if (path.empty()) return 0;
     file folder(path);
     folder.parent();
     if (folder.empty()) return 0;

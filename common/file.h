@@ -56,8 +56,8 @@ public:
     void parent();
     // Goes to the parent, converts to `form` and appends `text`.
     void replace_last(int form, const char* text);
-    // Converts the text to `form` in place; the form is taken even when the
-    // conversion fails (the path is then emptied).
+    // Converts the text to `form` (0 to 3) in place; the form is taken even
+    // when the conversion fails (the path is then emptied).
     void convert_to(int form);
 
     // Copies the last component (trailing "/" ignored) into `buf`.

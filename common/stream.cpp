@@ -188,9 +188,8 @@ void stream::append(const unicode& text) {
     char* utf8 = static_cast<char*>(std::malloc(bytes));
     if (!utf8) throw _throw_bad_allocation();
     text.copy_to(utf8, bytes, unicode::utf8);
-    stream piece(utf8);
+    append(static_cast<const char*>(utf8));
     std::free(utf8);
-    append(piece.data);
 }
 
 void stream::erase(int32_t from, int32_t to) {
