@@ -84,12 +84,17 @@ bool write_at(int fd, const void* data, uint64_t size, uint64_t offset) {
 }
 
 // The image data size: the larger of the reader's width x height and the
-// stored pixels-per-line x lines, four bytes a pixel, in 64 bits, so a header
-// whose original size is smaller than the stored image drops no pixels.
+// stored pixels-per-line x lines, four bytes a pixel, so a header whose
+// original size is smaller than the stored image drops no pixels. A product
+// beyond 64 bits gives the largest size, which no file can hold.
 uint64_t image_data_size(const smptedpx_reader& reader, const SMPTE268M_Header_t& header) {
-    uint64_t described = uint64_t(reader.width) * uint64_t(reader.height) * 4;
-    uint64_t stored = uint64_t(header.pixels_per_line) * uint64_t(header.lines_per_element) * 4;
-    return std::max(described, stored);
+    auto product = [](uint64_t a, uint64_t b) {
+        uint64_t n;
+        if (__builtin_mul_overflow(a, b, &n) || __builtin_mul_overflow(n, uint64_t(4), &n)) return UINT64_MAX;
+        return n;
+    };
+    return std::max(product(reader.width, reader.height),
+                    product(header.pixels_per_line, header.lines_per_element));
 }
 
 // Where one copy of the image goes in the output file.
@@ -294,9 +299,10 @@ bool job::needs_settings() const {
 
 bool job::image_lies_in_input(uint64_t size) const {
     struct stat st;
-    if (size == 0 || fstat(reader_->fd, &st) != 0) return false;
-    uint64_t end = uint64_t(reader_->data_offset) + size;  // cannot wrap: both below 2^36
-    return end <= uint64_t(st.st_size);
+    if (size == 0 || fstat(reader_->fd, &st) != 0 || st.st_size < 0) return false;
+    const uint64_t file = uint64_t(st.st_size);
+    const uint64_t offset = reader_->data_offset;
+    return offset <= file && size <= file - offset;
 }
 
 copy_status job::copy_image(uint64_t size, const placement* places, int count, int* failures) {
