@@ -66,6 +66,17 @@ TEST_F(RepairJob, BigEndianFileIsRewrittenInHostOrderByteForByte) {
     EXPECT_FALSE(exists("~tmp.dpx"));
 }
 
+TEST_F(RepairJob, UserDataBeforeTheImageIsNotCarriedOver) {
+    dpx_spec layout;
+    layout.image_offset = layout.element_offset = 4096;
+    bytes input = make("frame.dpx", layout);
+    EXPECT_TRUE(ends_with(run({"frame.dpx"}), kOneDone));
+    bytes out = read("frame.dpx");
+    EXPECT_EQ(testdata::converted(input, layout), out);
+    ASSERT_EQ(4096u + 60u, out.size());
+    EXPECT_EQ(bytes(2048, 0), slice(out, 2048, 2048));
+}
+
 TEST_F(RepairJob, ImageSizeIsTheLargerOfOriginalAndStoredSize) {
     struct sizes { uint32_t x_orig, y_orig, extra_words; };
     // Each file holds exactly the image the driver must copy, then 12 bytes it must not.
@@ -173,6 +184,35 @@ TEST_F(RepairJob, OffsetOptionMovesTheImage) {
     testdata::put(moved, 4, 4096, 4, false);
     testdata::put(moved, 808, 4096, 4, false);
     EXPECT_EQ(moved, read("little.dpx"));
+}
+
+TEST_F(RepairJob, LargeImageMovedOntoItsOwnSwappedCopy) {
+    // Over two megabytes, so the image is moved in several pieces, and the
+    // moved copy overlaps the swapped one.
+    dpx_spec layout;
+    layout.width = 1100;
+    layout.height = 500;
+    const size_t image = 1100 * 500 * 4;
+    bytes input = make("large.dpx", layout);
+    EXPECT_TRUE(ends_with(run({"-o", "4096", "large.dpx"}), kOneDone));
+    bytes swapped = testdata::converted(input, layout);
+    bytes expected = swapped;
+    overlay(expected, 4096, slice(swapped, 2048, image));
+    testdata::put(expected, 4, 4096, 4, false);
+    testdata::put(expected, 808, 4096, 4, false);
+    EXPECT_TRUE(expected == read("large.dpx"));
+}
+
+TEST_F(RepairJob, SettingsPassThatCannotOpenItsOutputEndsQuietly) {
+    bytes input = make("frame.dpx", little());
+    ASSERT_EQ(0, ::mkdir((dir / "~tmp.dpx").c_str(), 0755));
+    ASSERT_TRUE(testrun::age(dir / "frame.dpx"));
+    testrun::file_facts before = testrun::facts_of(dir / "frame.dpx");
+    std::string out = run({"-t", "300", "frame.dpx"});
+    EXPECT_EQ(std::string::npos, out.find("Error"));
+    EXPECT_TRUE(ends_with(out, kOneDone));
+    EXPECT_EQ(input, read("frame.dpx"));
+    EXPECT_EQ(before.mtime_ns, testrun::facts_of(dir / "frame.dpx").mtime_ns);
 }
 
 TEST_F(RepairJob, TransferOptionStoresItsLowByteAndNeverMatches) {
