@@ -1,7 +1,10 @@
 // The byte-order repair job, driven through the built binary: the bytes it
 // writes, the files it leaves alone, and what it prints.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <string>
 #include <vector>
 
