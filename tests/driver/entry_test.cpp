@@ -11,7 +11,7 @@
 namespace {
 
 using testdata::bytes;
-using testdata::dpx_spec;
+using testdata::dpx_layout;
 
 // The banner off a terminal: no filling blanks before ">".
 const char kPlainBanner[] = "\033[1;44m<tarvex v3.1 beta 1 (c) 2026 Quillmoor Film Tools >\033[0m\n";
@@ -24,7 +24,7 @@ class Entry : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_FALSE(dir.path().empty());
-        frame = testdata::make_dpx(dpx_spec{});
+        frame = testdata::make_dpx(dpx_layout{});
         ASSERT_TRUE(testdata::write_file(dir / "a.dpx", frame));
     }
     std::string run(std::vector<std::string> args) {
@@ -54,7 +54,7 @@ TEST_F(Entry, ByteOffset2048AndMinusOneAreAccepted) {
     EXPECT_EQ(testrun::golden("convert_big_endian.txt"), run({"-o", "2048", "a.dpx"}));
     ASSERT_TRUE(testdata::write_file(dir / "a.dpx", frame));
     EXPECT_EQ(testrun::golden("convert_big_endian.txt"), run({"-o", "-1", "a.dpx"}));
-    EXPECT_EQ(testdata::converted(frame, dpx_spec{}), testdata::read_file(dir / "a.dpx"));
+    EXPECT_EQ(testdata::converted(frame, dpx_layout{}), testdata::read_file(dir / "a.dpx"));
 }
 
 TEST_F(Entry, VersionOptionEndsTheRunBeforeAnyFile) {
@@ -71,7 +71,7 @@ TEST_F(Entry, FlagOptionIsAcceptedSilently) {
 
 TEST_F(Entry, UnknownOptionIsReportedInOrderAndTheRunGoesOn) {
     EXPECT_EQ(testrun::golden("unrecognized_option.txt"), run({"-x", "a.dpx"}));
-    EXPECT_EQ(testdata::converted(frame, dpx_spec{}), testdata::read_file(dir / "a.dpx"));
+    EXPECT_EQ(testdata::converted(frame, dpx_layout{}), testdata::read_file(dir / "a.dpx"));
 }
 
 TEST_F(Entry, OptionsAfterOperandsStillApply) {
@@ -82,17 +82,17 @@ TEST_F(Entry, OptionsAfterOperandsStillApply) {
 }
 
 TEST_F(Entry, ListFileLinesAreTheJobsAndOperandsAreIgnored) {
-    bytes second = testdata::make_dpx(dpx_spec{});
+    bytes second = testdata::make_dpx(dpx_layout{});
     ASSERT_TRUE(testdata::write_file(dir / "b.dpx", second));
-    bytes ignored = testdata::make_dpx(dpx_spec{});
+    bytes ignored = testdata::make_dpx(dpx_layout{});
     ASSERT_TRUE(testdata::write_file(dir / "ignored.dpx", ignored));
     // The last line has no newline and is a job all the same; the empty one fails.
     const std::string list = "a.dpx\n\nb.dpx";
     ASSERT_TRUE(testdata::write_file(dir / "list.txt", bytes(list.begin(), list.end())));
 
     EXPECT_EQ(testrun::golden("list_with_empty_line.txt"), run({"-l", "list.txt", "ignored.dpx"}));
-    EXPECT_EQ(testdata::converted(frame, dpx_spec{}), testdata::read_file(dir / "a.dpx"));
-    EXPECT_EQ(testdata::converted(second, dpx_spec{}), testdata::read_file(dir / "b.dpx"));
+    EXPECT_EQ(testdata::converted(frame, dpx_layout{}), testdata::read_file(dir / "a.dpx"));
+    EXPECT_EQ(testdata::converted(second, dpx_layout{}), testdata::read_file(dir / "b.dpx"));
     EXPECT_EQ(ignored, testdata::read_file(dir / "ignored.dpx"));
 }
 

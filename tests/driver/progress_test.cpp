@@ -18,7 +18,7 @@ protected:
         std::vector<std::string> names;
         for (int i = 0; i < count; ++i) {
             names.push_back("f" + std::to_string(i) + ".dpx");
-            EXPECT_TRUE(testdata::write_file(dir / names.back(), testdata::make_dpx(testdata::dpx_spec{})));
+            EXPECT_TRUE(testdata::write_file(dir / names.back(), testdata::make_dpx(testdata::dpx_layout{})));
         }
         return names;
     }

@@ -14,7 +14,7 @@
 namespace {
 
 using testdata::bytes;
-using testdata::dpx_spec;
+using testdata::dpx_layout;
 
 const char kOneDone[] = "\nFinished 1 of 1, none failed to convert.\n";
 const char kOneFailed[] = "\nFinished 1 of 1, only 1 failed to convert.\n";
@@ -40,7 +40,7 @@ protected:
         if (*reinterpret_cast<const uint8_t*>(&probe) != 1) GTEST_SKIP() << "expected bytes assume a little-endian host";
         ASSERT_FALSE(dir.path().empty());
     }
-    bytes make(const std::string& name, const dpx_spec& layout) {
+    bytes make(const std::string& name, const dpx_layout& layout) {
         bytes b = testdata::make_dpx(layout);
         EXPECT_TRUE(testdata::write_file(dir / name, b));
         return b;
@@ -56,13 +56,13 @@ protected:
     testrun::scratch_dir dir;
 };
 
-dpx_spec little(dpx_spec layout = {}) {
+dpx_layout little(dpx_layout layout = {}) {
     layout.big_endian = false;
     return layout;
 }
 
 TEST_F(RepairJob, BigEndianFileIsRewrittenInHostOrderByteForByte) {
-    dpx_spec layout;
+    dpx_layout layout;
     bytes input = make("frame.dpx", layout);
     EXPECT_EQ(testrun::golden("convert_big_endian.txt"), run({"frame.dpx"}));
     EXPECT_EQ(testdata::converted(input, layout), read("frame.dpx"));
@@ -70,7 +70,7 @@ TEST_F(RepairJob, BigEndianFileIsRewrittenInHostOrderByteForByte) {
 }
 
 TEST_F(RepairJob, UserDataBeforeTheImageIsNotCarriedOver) {
-    dpx_spec layout;
+    dpx_layout layout;
     layout.image_offset = layout.element_offset = 4096;
     bytes input = make("frame.dpx", layout);
     EXPECT_TRUE(ends_with(run({"frame.dpx"}), kOneDone));
@@ -86,7 +86,7 @@ TEST_F(RepairJob, ImageSizeIsTheLargerOfOriginalAndStoredSize) {
     const sizes cases[] = {{6, 4, 9}, {2, 2, 0}, {0xFFFFFFFF, 0xFFFFFFFF, 0}, {0, 7, 20}};
     for (const sizes& c : cases) {
         SCOPED_TRACE(testing::Message() << c.x_orig << " x " << c.y_orig);
-        dpx_spec layout;
+        dpx_layout layout;
         layout.x_orig = c.x_orig;
         layout.y_orig = c.y_orig;
         layout.extra_image_words = c.extra_words;
@@ -98,7 +98,7 @@ TEST_F(RepairJob, ImageSizeIsTheLargerOfOriginalAndStoredSize) {
 }
 
 TEST_F(RepairJob, HeaderStopsWhereImageStartsAt1664) {
-    dpx_spec layout;
+    dpx_layout layout;
     layout.image_offset = layout.element_offset = 1664;
     layout.width = 20;
     layout.height = 10;
@@ -108,11 +108,11 @@ TEST_F(RepairJob, HeaderStopsWhereImageStartsAt1664) {
 }
 
 TEST_F(RepairJob, FirstFileAt1664MovesLaterFilesTo1664) {
-    dpx_spec at1664;
+    dpx_layout at1664;
     at1664.image_offset = at1664.element_offset = 1664;
     at1664.width = 20;
     at1664.height = 10;
-    dpx_spec at2048 = at1664;
+    dpx_layout at2048 = at1664;
     at2048.image_offset = at2048.element_offset = 2048;
     const size_t image = 20 * 10 * 4;
     bytes first = make("first.dpx", at1664);
@@ -158,7 +158,7 @@ TEST_F(RepairJob, HostOrderFileNeedingNothingIsNotRewritten) {
 }
 
 TEST_F(RepairJob, RgbaDescriptorIsRewrittenAsRgb) {
-    dpx_spec layout = little();
+    dpx_layout layout = little();
     layout.descriptor = 51;
     bytes input = make("frame.dpx", layout);
     EXPECT_TRUE(ends_with(run({"frame.dpx"}), kOneDone));
@@ -167,7 +167,7 @@ TEST_F(RepairJob, RgbaDescriptorIsRewrittenAsRgb) {
 }
 
 TEST_F(RepairJob, OffsetOptionMovesTheImage) {
-    dpx_spec layout;
+    dpx_layout layout;
     bytes big = make("big.dpx", layout);
     bytes small = make("little.dpx", little(layout));
     EXPECT_TRUE(ends_with(run({"-o", "4096", "big.dpx", "little.dpx"}),
@@ -192,7 +192,7 @@ TEST_F(RepairJob, OffsetOptionMovesTheImage) {
 TEST_F(RepairJob, LargeImageMovedOntoItsOwnSwappedCopy) {
     // Over two megabytes, so the image is moved in several pieces, and the
     // moved copy overlaps the swapped one.
-    dpx_spec layout;
+    dpx_layout layout;
     layout.width = 1100;
     layout.height = 500;
     const size_t image = 1100 * 500 * 4;
@@ -246,7 +246,7 @@ TEST_F(RepairJob, WhiteAndBlackOptionsAndDisagreeingOffsetsAreWritten) {
 
 TEST_F(RepairJob, FirstFileFixesTheSettingsForLaterOnes) {
     bytes first = make("first.dpx", little());
-    dpx_spec other = little();
+    dpx_layout other = little();
     other.image_offset = other.element_offset = 4096;
     other.transfer = 1;
     other.ref_low = 100;
@@ -288,7 +288,7 @@ TEST_F(RepairJob, SettingsPassReusesStaleTemporaryBesideTheInput) {
 
 TEST_F(RepairJob, OutputFolderLeavesTheInputUntouched) {
     ASSERT_EQ(0, ::mkdir((dir / "out").c_str(), 0755));
-    dpx_spec layout;
+    dpx_layout layout;
     bytes input = make("frame.dpx", layout);
     ASSERT_TRUE(testrun::age(dir / "frame.dpx"));
     testrun::file_facts before = testrun::facts_of(dir / "frame.dpx");
@@ -310,7 +310,7 @@ TEST_F(RepairJob, OutputFolderLeavesTheInputUntouched) {
 
 TEST_F(RepairJob, FailureInOutputFolderRemovesThePartialFile) {
     ASSERT_EQ(0, ::mkdir((dir / "out").c_str(), 0755));
-    bytes input = testdata::make_dpx(dpx_spec{});
+    bytes input = testdata::make_dpx(dpx_layout{});
     input.resize(input.size() - 8);  // the image runs past the end of the file
     ASSERT_TRUE(testdata::write_file(dir / "cut.dpx", input));
 
@@ -334,14 +334,14 @@ TEST_F(RepairJob, ShortImageWriteInSettingsPassCountsTwice) {
     EXPECT_EQ(small, read("little.dpx"));
     EXPECT_FALSE(exists("~tmp.dpx"));
 
-    bytes big = make("big.dpx", dpx_spec{});
+    bytes big = make("big.dpx", dpx_layout{});
     EXPECT_TRUE(ends_with(run({"big.dpx"}, 2048 + 30), write_failed + kOneFailed));
     EXPECT_EQ(big, read("big.dpx"));
     EXPECT_FALSE(exists("~tmp.dpx"));
 }
 
 TEST_F(RepairJob, EightBitFirstFileShowsItsReportAndStillFixesTheSettings) {
-    dpx_spec eight;
+    dpx_layout eight;
     eight.bit_size = 8;
     eight.transfer = 1;
     bytes refused = make("eight.dpx", eight);
@@ -356,13 +356,13 @@ TEST_F(RepairJob, EightBitFirstFileShowsItsReportAndStillFixesTheSettings) {
 TEST_F(RepairJob, FilesThatDoNotLoadTakeNoSettingAndStayByteIdentical) {
     bytes junk = {'J', 'U', 'N', 'K', 0, 1, 2, 3};
     ASSERT_TRUE(testdata::write_file(dir / "notdpx.bin", junk));
-    dpx_spec low;
+    dpx_layout low;
     low.element_offset = 1660;
     bytes below = make("low.dpx", low);
-    dpx_spec far;
+    dpx_layout far;
     far.element_offset = 2048 + 60 + 4;
     bytes beyond = make("far.dpx", far);
-    dpx_spec good = little();
+    dpx_layout good = little();
     good.transfer = 2;
     good.ref_low = 64;
     good.ref_high = 940;
@@ -387,14 +387,14 @@ TEST_F(RepairJob, CineonFilesAreRenamedNotConverted) {
     for (const char* name : {"scan.0001.dpx", "take.2/scan", "upper.CIN"})
         ASSERT_TRUE(testdata::write_file(dir / name, big));
     ASSERT_TRUE(testdata::write_file(dir / "keep.0002.cin", small));
-    bytes frame = make("frame.dpx", dpx_spec{});
+    bytes frame = make("frame.dpx", dpx_layout{});
 
     EXPECT_EQ(testrun::golden("cineon_renames.txt"),
               run({"scan.0001.dpx", "keep.0002.cin", "take.2/scan", "upper.CIN", "frame.dpx"}));
     for (const char* name : {"scan.0001.cin", "take.2/scan.cin", "upper.cin"}) EXPECT_EQ(big, read(name)) << name;
     for (const char* name : {"scan.0001.dpx", "take.2/scan", "upper.CIN"}) EXPECT_FALSE(exists(name)) << name;
     EXPECT_EQ(small, read("keep.0002.cin"));
-    EXPECT_EQ(testdata::converted(frame, dpx_spec{}), read("frame.dpx"));
+    EXPECT_EQ(testdata::converted(frame, dpx_layout{}), read("frame.dpx"));
 }
 
 }  // namespace

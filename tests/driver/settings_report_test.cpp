@@ -10,13 +10,13 @@
 
 namespace {
 
-using testdata::dpx_spec;
+using testdata::dpx_layout;
 
 class SettingsReport : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_FALSE(dir.path().empty()); }
     // Runs tarvex on one little-endian file made from `layout`; returns the output.
-    std::string report_of(dpx_spec layout) {
+    std::string report_of(dpx_layout layout) {
         layout.big_endian = false;
         EXPECT_TRUE(testdata::write_file(dir / "frame.dpx", testdata::make_dpx(layout)));
         testrun::outcome r = testrun::run_piped(dir.path(), {"frame.dpx"});
@@ -53,14 +53,14 @@ TEST_F(SettingsReport, TransferCodesUseTheProgramsOwnNames) {
         {255, "Transfer        : Unspecified"},
     };
     for (const auto& [code, text] : names) {
-        dpx_spec layout;
+        dpx_layout layout;
         layout.transfer = uint8_t(code);
         EXPECT_EQ(text, line(report_of(layout), "Transfer        : ")) << "code " << code;
     }
 }
 
 TEST_F(SettingsReport, NegativeLowDataPrintsSignedAndMatchesItself) {
-    dpx_spec layout;
+    dpx_layout layout;
     layout.ref_low = 0xFFFFFFF6;
     std::string out = report_of(layout);
     ASSERT_TRUE(testrun::age(dir / "frame.dpx"));
@@ -73,7 +73,7 @@ TEST_F(SettingsReport, NegativeLowDataPrintsSignedAndMatchesItself) {
 }
 
 TEST_F(SettingsReport, TextsThatFillTheirFieldsStopAtTheFieldEnd) {
-    dpx_spec layout;
+    dpx_layout layout;
     layout.creator = std::string(100, 'C');
     layout.date = "2026:11:21:10:00:00+0100";
     ASSERT_EQ(24u, layout.date.size());
@@ -83,7 +83,7 @@ TEST_F(SettingsReport, TextsThatFillTheirFieldsStopAtTheFieldEnd) {
 }
 
 TEST_F(SettingsReport, OffsetsPackingDescriptorAndBitsLines) {
-    dpx_spec rgba;
+    dpx_layout rgba;
     rgba.descriptor = 51;
     rgba.image_offset = rgba.element_offset = 4096;
     std::string out = report_of(rgba);
@@ -91,14 +91,14 @@ TEST_F(SettingsReport, OffsetsPackingDescriptorAndBitsLines) {
     EXPECT_EQ("Offset          : 4096", line(out, "Offset          : "));
     EXPECT_EQ("Element Offset  : 4096", line(out, "Element Offset  : "));
 
-    dpx_spec packed = rgba;
+    dpx_layout packed = rgba;
     packed.bit_size = 8;
     packed.packing = 0;
     out = report_of(packed);
     EXPECT_EQ("Packing         : 32-bit words", line(out, "Packing         : "));
     EXPECT_EQ("Bits            : 8", line(out, "Bits            : "));
 
-    dpx_spec odd;
+    dpx_layout odd;
     odd.packing = 3;
     EXPECT_EQ("Packing         : Unknown", line(report_of(odd), "Packing         : "));
 }

@@ -55,7 +55,7 @@ const std::vector<std::pair<size_t, int>>& dpx_swapped_fields() {
     return fields;
 }
 
-bytes make_dpx(const dpx_spec& s) {
+bytes make_dpx(const dpx_layout& s) {
     const bool be = s.big_endian;
     const uint64_t words = uint64_t(s.width) * s.height + s.extra_image_words;
     const uint64_t end = uint64_t(s.image_offset) + words * 4;
@@ -123,7 +123,7 @@ bytes make_dpx(const dpx_spec& s) {
     return b;
 }
 
-bytes converted(const bytes& input, const dpx_spec& s) {
+bytes converted(const bytes& input, const dpx_layout& s) {
     const uint64_t words = uint64_t(s.width) * s.height + s.extra_image_words;
     const uint64_t end = uint64_t(s.image_offset) + words * 4;
     bytes out(size_t(std::max<uint64_t>(end, 2048)), 0);

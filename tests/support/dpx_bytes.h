@@ -11,7 +11,7 @@ namespace testdata {
 using bytes = std::vector<uint8_t>;
 
 // What goes into a hand-built DPX file.
-struct dpx_spec {
+struct dpx_layout {
     bool big_endian = true;
     uint32_t width = 5, height = 3;
     uint32_t image_offset = 2048;     // header offset 4
@@ -34,7 +34,7 @@ uint64_t get(const bytes& b, size_t at, int n, bool big_endian);
 // A DPX file with every header field the codecs look at filled, float
 // fields holding recognisable non-symmetric bytes, text in the text fields,
 // user data between the header and the image, and a pixel pattern.
-bytes make_dpx(const dpx_spec& spec);
+bytes make_dpx(const dpx_layout& spec);
 
 // Offsets and widths of every integer field a byte-order conversion reverses.
 const std::vector<std::pair<size_t, int>>& dpx_swapped_fields();
@@ -42,7 +42,7 @@ const std::vector<std::pair<size_t, int>>& dpx_swapped_fields();
 // The file tarvex must write for a big-endian `input` made by make_dpx with
 // no settings change: integer fields and image words reversed, floats and
 // text as they were, zeros between the header and the image.
-bytes converted(const bytes& input, const dpx_spec& spec);
+bytes converted(const bytes& input, const dpx_layout& spec);
 
 // A Cineon file in the given byte order (magic 0x802A5FD7 in it).
 bytes make_cineon(bool big_endian, uint32_t width, uint32_t height);
