@@ -1,0 +1,161 @@
+// Runs tarvex where it cannot write: a read-only folder beside the inputs,
+// a read-only or missing -c folder, and a file-size limit that cuts the
+// image writes short as a full disk would.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "fault/scratch_dir.h"
+#include "fault/tarvex_run.h"
+#include "support/dpx_bytes.h"
+
+namespace {
+
+using faulttest::run_options;
+using faulttest::run_result;
+using faulttest::scratch_dir;
+using testdata::bytes;
+
+const char kOpenFailed[] = "Could not swap DPX to local byte ordering because it could not open the file!";
+const char kImageWriteFailed[] =
+    "Could not swap DPX to local byte ordering because it could not write the image file!";
+
+// A big-endian frame (needs the swap pass) and a host-order one that only
+// the settings pass touches once the run asks for transfer 2.
+struct two_frames {
+    bytes swapped;
+    bytes host;
+    two_frames() {
+        testdata::dpx_layout spec;
+        spec.image_offset = spec.element_offset = 4096;
+        swapped = testdata::make_dpx(spec);
+        spec.big_endian = false;
+        host = testdata::make_dpx(spec);
+    }
+};
+
+// Writes the two frames into `folder` as big.dpx and host.dpx.
+void write_frames(const std::string& folder, const two_frames& frames) {
+    ASSERT_TRUE(testdata::write_file(folder + "/big.dpx", frames.swapped));
+    ASSERT_TRUE(testdata::write_file(folder + "/host.dpx", frames.host));
+}
+
+// The swap pass cannot open its output and says so; the settings pass cannot
+// open its output either and, as designed, says nothing and counts nothing.
+void expect_open_failures(const run_result& r) {
+    EXPECT_EQ(r.status, 0) << r.err;
+    ASSERT_NE(r.status, 125) << "could not switch to an unprivileged user";
+    EXPECT_EQ(r.errors, std::vector<std::string>{kOpenFailed});
+    EXPECT_EQ(r.finished, 2);
+    EXPECT_EQ(r.failed, 1);
+}
+
+TEST(Unwritable, ReadOnlyFolderBesideTheInputs) {
+    scratch_dir dir("tarvex-unwritable");
+    ::chmod(dir.path().c_str(), 0755);
+    const std::string folder = dir / "frames";
+    ::mkdir(folder.c_str(), 0755);
+    two_frames frames;
+    write_frames(folder, frames);
+    ::chmod(folder.c_str(), 0555);
+
+    run_options o;
+    o.args = {"-t", "2", folder + "/big.dpx", folder + "/host.dpx"};
+    o.unprivileged = true;
+    run_result r = faulttest::run_tarvex(o);
+
+    expect_open_failures(r);
+    EXPECT_EQ(testdata::read_file(folder + "/big.dpx"), frames.swapped);
+    EXPECT_EQ(testdata::read_file(folder + "/host.dpx"), frames.host);
+    EXPECT_EQ(dir.names("frames"), (std::vector<std::string>{"big.dpx", "host.dpx"}));
+}
+
+TEST(Unwritable, ReadOnlyOutputFolder) {
+    scratch_dir dir("tarvex-unwritable");
+    ::chmod(dir.path().c_str(), 0755);
+    const std::string out = dir / "out";
+    ::mkdir(out.c_str(), 0555);
+    two_frames frames;
+    write_frames(dir.path(), frames);
+
+    run_options o;
+    o.args = {"-t", "2", "-c", out, dir / "big.dpx", dir / "host.dpx"};
+    o.unprivileged = true;
+    run_result r = faulttest::run_tarvex(o);
+
+    expect_open_failures(r);
+    EXPECT_EQ(testdata::read_file(dir / "big.dpx"), frames.swapped);
+    EXPECT_EQ(testdata::read_file(dir / "host.dpx"), frames.host);
+    EXPECT_TRUE(dir.names("out").empty());
+}
+
+TEST(Unwritable, MissingOutputFolderIsNotCreated) {
+    scratch_dir dir("tarvex-unwritable");
+    two_frames frames;
+    write_frames(dir.path(), frames);
+
+    run_options o;
+    o.args = {"-t", "2", "-c", dir / "no/such/folder", dir / "big.dpx", dir / "host.dpx"};
+    run_result r = faulttest::run_tarvex(o);
+
+    expect_open_failures(r);
+    EXPECT_EQ(testdata::read_file(dir / "big.dpx"), frames.swapped);
+    EXPECT_EQ(testdata::read_file(dir / "host.dpx"), frames.host);
+    EXPECT_EQ(dir.names(), (std::vector<std::string>{"big.dpx", "host.dpx"}));
+}
+
+// A file-size limit just past the image offset: the image write gets part
+// of the way and then fails as on a full disk.
+run_result run_with_size_limit(const std::vector<std::string>& args) {
+    run_options o;
+    o.args = args;
+    o.file_size_limit = 4096 + 20;
+    return faulttest::run_tarvex(o);
+}
+
+TEST(Unwritable, DiskFullDuringTheSwapPassImage) {
+    scratch_dir dir("tarvex-unwritable");
+    two_frames frames;
+    write_frames(dir.path(), frames);
+
+    run_result r = run_with_size_limit({dir / "big.dpx"});
+
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.errors, std::vector<std::string>{kImageWriteFailed});
+    EXPECT_EQ(r.failed, 1);
+    EXPECT_EQ(testdata::read_file(dir / "big.dpx"), frames.swapped);
+    EXPECT_EQ(dir.names(), (std::vector<std::string>{"big.dpx", "host.dpx"}));
+}
+
+TEST(Unwritable, DiskFullDuringTheSettingsPassImageCountsTwice) {
+    scratch_dir dir("tarvex-unwritable");
+    two_frames frames;
+    write_frames(dir.path(), frames);
+
+    run_result r = run_with_size_limit({"-t", "2", dir / "host.dpx"});
+
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.errors, std::vector<std::string>{kImageWriteFailed});
+    EXPECT_EQ(r.failed, 2);
+    EXPECT_EQ(testdata::read_file(dir / "host.dpx"), frames.host);
+    EXPECT_EQ(dir.names(), (std::vector<std::string>{"big.dpx", "host.dpx"}));
+}
+
+TEST(Unwritable, DiskFullInTheOutputFolderLeavesNoPartialFrame) {
+    scratch_dir dir("tarvex-unwritable");
+    two_frames frames;
+    write_frames(dir.path(), frames);
+    ::mkdir((dir / "out").c_str(), 0755);
+
+    run_result r = run_with_size_limit({"-c", dir / "out", dir / "big.dpx"});
+
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.errors, std::vector<std::string>{kImageWriteFailed});
+    EXPECT_EQ(r.failed, 1);
+    EXPECT_EQ(testdata::read_file(dir / "big.dpx"), frames.swapped);
+    EXPECT_TRUE(dir.names("out").empty());
+}
+
+}  // namespace
