@@ -362,17 +362,19 @@ void job::fail_keeping_output(const char* message) {
 }
 
 void job::complete() {
-    if (temporary_.size == 0) {
-        out_.close();
-        return;
-    }
-    // The converted frame reaches stable storage before it replaces the
-    // original, so a crash or power loss leaves one whole version or the other.
-    if (fdatasync(out_.get()) != 0 || !out_.close()) {
+    // Replacing the original: the converted frame reaches stable storage first,
+    // so a crash or power loss leaves one whole version or the other.
+    const bool replaces_input = temporary_.size > 0;
+    if (replaces_input && fdatasync(out_.get()) != 0) {
         fail(kImageWriteFailed);
         return;
     }
-    temporary_.rename_to(input_);
+    // close reports write errors some file systems hold back until then.
+    if (!out_.close()) {
+        fail(kImageWriteFailed);
+        return;
+    }
+    if (replaces_input) temporary_.rename_to(input_);
 }
 
 }  // namespace
