@@ -142,8 +142,8 @@ run_options options_for(const scenario& s, const layout& where, const std::strin
     return o;
 }
 
-// The design's outcome of a failure in `call`, made while frame `index` was
-// being converted.
+// What a failure in `call`, made while frame `f` was being converted, must
+// lead to.
 outcome expected_for(const scenario& s, const layout& where, const frame& f, const file_call& call) {
     const bool input = call.path == where.input(f);
     if (call.op == "rename") return outcome::not_renamed;

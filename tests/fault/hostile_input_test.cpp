@@ -1,5 +1,5 @@
 // Runs tarvex on files whose headers lie: sizes that overflow, offsets past
-// the end, truncated images, refused layouts. Each must end in the design's
+// the end, truncated images, refused layouts. Each must end in its documented
 // failure with the input untouched, nothing left behind, and no allocation
 // larger than the file.
 #include <gtest/gtest.h>
@@ -143,7 +143,7 @@ void expect_bounded_allocation(const faulttest::call_log& log, size_t file_size)
     EXPECT_LE(log.largest_allocation, std::max<long long>(kAllocationFloor, (long long)file_size));
 }
 
-TEST(HostileInput, EachFailsAsDesignedWithTheInputUntouched) {
+TEST(HostileInput, EachFailsWithItsMessageAndTheInputUntouched) {
     for (const hostile_case& c : hostile_cases()) {
         SCOPED_TRACE(c.name);
         scratch_dir dir("tarvex-hostile");

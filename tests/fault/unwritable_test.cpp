@@ -43,7 +43,7 @@ void write_frames(const std::string& folder, const two_frames& frames) {
 }
 
 // The swap pass cannot open its output and says so; the settings pass cannot
-// open its output either and, as designed, says nothing and counts nothing.
+// open its output either and deliberately says nothing and counts nothing.
 void expect_open_failures(const run_result& r) {
     EXPECT_EQ(r.status, 0) << r.err;
     ASSERT_NE(r.status, 125) << "could not switch to an unprivileged user";
