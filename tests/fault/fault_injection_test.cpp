@@ -92,40 +92,40 @@ struct scenario {
     bool folder = false;    // -c out/
 };
 
-bytes big_frame(bool big_endian, testdata::dpx_layout* out_spec = nullptr) {
-    testdata::dpx_layout spec;
-    spec.big_endian = big_endian;
-    spec.width = kWidth;
-    spec.height = kHeight;
-    spec.image_offset = kSource;
-    spec.element_offset = kSource;
-    if (out_spec) *out_spec = spec;
-    return testdata::make_dpx(spec);
+bytes big_frame(bool big_endian, testdata::dpx_layout* out_layout = nullptr) {
+    testdata::dpx_layout layout;
+    layout.big_endian = big_endian;
+    layout.width = kWidth;
+    layout.height = kHeight;
+    layout.image_offset = kSource;
+    layout.element_offset = kSource;
+    if (out_layout) *out_layout = layout;
+    return testdata::make_dpx(layout);
 }
 
 // A big-endian frame and its conversion with no settings changed.
 frame swapped_frame(const std::string& name) {
-    testdata::dpx_layout spec;
-    bytes input = big_frame(true, &spec);
-    return {name, input, testdata::converted(input, spec), ""};
+    testdata::dpx_layout layout;
+    bytes input = big_frame(true, &layout);
+    return {name, input, testdata::converted(input, layout), ""};
 }
 
-// The bytes of a run over `s` in the folder `work`: where each frame's
-// result goes and which temporary name it passes through.
-struct layout {
+// The folder `work` of a run: where each frame lies, where its result goes
+// and which temporary name it passes through.
+struct run_folder {
     std::string work;
     bool folder;
     std::string input(const frame& f) const { return work + "/" + f.name; }
     std::string output(const frame& f) const { return folder ? work + "/out/" + f.name : work + "/~tmp.dpx"; }
 };
 
-void prepare(const scenario& s, const layout& where) {
+void prepare(const scenario& s, const run_folder& where) {
     ::mkdir(where.work.c_str(), 0755);
     if (s.folder) ::mkdir((where.work + "/out").c_str(), 0755);
     for (const auto& f : s.frames) ASSERT_TRUE(testdata::write_file(where.input(f), f.input));
 }
 
-run_options options_for(const scenario& s, const layout& where, const std::string& log, long fault_at,
+run_options options_for(const scenario& s, const run_folder& where, const std::string& log, long fault_at,
                         const char* mode) {
     run_options o;
     o.args = s.options;
@@ -142,7 +142,7 @@ run_options options_for(const scenario& s, const layout& where, const std::strin
 
 // What a failure in `call`, made while frame `f` was being converted, must
 // lead to.
-outcome expected_for(const scenario& s, const layout& where, const frame& f, const file_call& call) {
+outcome expected_for(const scenario& s, const run_folder& where, const frame& f, const file_call& call) {
     const bool input = call.path == where.input(f);
     if (call.op == "rename") return outcome::not_renamed;
     if (input) {
@@ -168,7 +168,7 @@ outcome expected_for(const scenario& s, const layout& where, const frame& f, con
 
 // A short or interrupted transfer must be completed by the caller, except
 // the four-byte magic read, where fewer bytes mean the file cannot be loaded.
-outcome expected_for_partial(const layout& where, const frame& f, const file_call& call, const char* mode) {
+outcome expected_for_partial(const run_folder& where, const frame& f, const file_call& call, const char* mode) {
     bool magic = call.path == where.input(f) && call.a == 0 && call.b == 4;
     return magic && std::string(mode) == "short" ? outcome::load_failed : outcome::converted;
 }
@@ -203,7 +203,7 @@ bool temp_reused_after(const scenario& s, size_t index) {
 }
 
 // Checks the files of frame `index` after a run in which it met outcome `o`.
-void check_files(const scenario& s, const layout& where, size_t index, outcome o) {
+void check_files(const scenario& s, const run_folder& where, size_t index, outcome o) {
     const frame& f = s.frames[index];
     SCOPED_TRACE(f.name + ": " + name_of(o));
     const std::string input = where.input(f);
@@ -269,7 +269,7 @@ std::vector<std::string> expected_names(const scenario& s, const std::vector<out
 void run_and_check(const scenario& s, scratch_dir& dir, long fault_at, const char* mode,
                    const std::vector<outcome>& outcomes, const file_call* expected_call) {
     dir.empty();
-    layout where{dir / "work", s.folder};
+    run_folder where{dir / "work", s.folder};
     prepare(s, where);
     const std::string log = dir / "calls.log";
     run_result r = faulttest::run_tarvex(options_for(s, where, log, fault_at, mode));
@@ -308,7 +308,7 @@ void run_and_check(const scenario& s, scratch_dir& dir, long fault_at, const cha
 void fail_every_call(const scenario& s, std::map<std::string, int>* tried = nullptr) {
     scratch_dir dir("tarvex-fault");
     ASSERT_FALSE(dir.path().empty());
-    layout where{dir / "work", s.folder};
+    run_folder where{dir / "work", s.folder};
 
     std::vector<outcome> clean(s.frames.size(), outcome::converted);
     {
@@ -357,8 +357,8 @@ TEST(FaultInjection, SwapPassOverTwoFramesFailsEachCallInTurn) {
 }
 
 TEST(FaultInjection, SettingsPassFailsEachCallInTurn) {
-    testdata::dpx_layout spec;
-    bytes input = big_frame(false, &spec);
+    testdata::dpx_layout layout;
+    bytes input = big_frame(false, &layout);
     // The settings pass writes a new file: header with transfer 2, zeros up
     // to the image, the image as it was.
     bytes expected(size_t(kSource + kImageBytes), 0);
@@ -375,11 +375,11 @@ TEST(FaultInjection, SettingsPassFailsEachCallInTurn) {
 }
 
 TEST(FaultInjection, BothPassesMovingTheImageFailEachCallInTurn) {
-    testdata::dpx_layout spec;
-    bytes input = big_frame(true, &spec);
+    testdata::dpx_layout layout;
+    bytes input = big_frame(true, &layout);
     // The swap pass's copy stays at the old offset; the settings pass adds
     // the image at the new one and points both offset fields at it.
-    bytes expected = testdata::converted(input, spec);
+    bytes expected = testdata::converted(input, layout);
     expected.resize(size_t(kTarget + kImageBytes), 0);
     std::copy(expected.begin() + kSource, expected.begin() + long(kSource + kImageBytes),
               expected.begin() + kTarget);
@@ -420,7 +420,7 @@ TEST(FaultInjection, ConvertedFrameIsFlushedBeforeItReplacesTheInput) {
     scenario s;
     s.frames = {swapped_frame("a.dpx"), swapped_frame("b.dpx"), swapped_frame("c.dpx")};
     scratch_dir dir("tarvex-fault");
-    layout where{dir / "work", false};
+    run_folder where{dir / "work", false};
     prepare(s, where);
     run_result r = faulttest::run_tarvex(options_for(s, where, dir / "calls.log", 0, "error"));
     ASSERT_EQ(r.failed, 0) << r.out;

@@ -41,11 +41,11 @@ struct hostile_case {
 };
 
 bytes base_frame(bool big_endian = true) {
-    testdata::dpx_layout spec;
-    spec.big_endian = big_endian;
-    spec.width = 8;
-    spec.height = 4;
-    return testdata::make_dpx(spec);
+    testdata::dpx_layout layout;
+    layout.big_endian = big_endian;
+    layout.width = 8;
+    layout.height = 4;
+    return testdata::make_dpx(layout);
 }
 
 // The big-endian base frame with `n` bytes at `at` replaced by `value`.
@@ -114,8 +114,13 @@ std::vector<hostile_case> hostile_cases() {
              put(b, 1428, 0x7FFFFFFF, 4, true);
              return b;
          }(), kReadFailed, true},
-        {"data-offset-past-end", both_offsets(1u << 20), kReadFailed, true},
-        {"data-offset-max", both_offsets(0xFFFFFFFF), kReadFailed, true},
+        // A data offset outside the file, or inside the header, is refused
+        // when the file is loaded; one inside the file whose image runs past
+        // its end fails when the image is read.
+        {"data-offset-below-1664", both_offsets(1000), kLoadFailed, false},
+        {"data-offset-past-end", both_offsets(1u << 20), kLoadFailed, false},
+        {"data-offset-max", both_offsets(0xFFFFFFFF), kLoadFailed, false},
+        {"data-offset-at-end", both_offsets(2048 + 8 * 4 * 4), kReadFailed, true},
         {"data-offset-just-past-image", both_offsets(2049), kReadFailed, true},
     };
     return cases;
@@ -170,10 +175,10 @@ TEST(HostileInput, EachFailsWithItsMessageAndTheInputUntouched) {
 TEST(HostileInput, OneRunOverAllOfThemKeepsGoing) {
     scratch_dir dir("tarvex-hostile");
     ::mkdir((dir / "work").c_str(), 0755);
-    testdata::dpx_layout spec;
-    spec.width = 8;
-    spec.height = 4;
-    bytes good = testdata::make_dpx(spec);
+    testdata::dpx_layout layout;
+    layout.width = 8;
+    layout.height = 4;
+    bytes good = testdata::make_dpx(layout);
     ASSERT_TRUE(testdata::write_file(dir / "work/0-good.dpx", good));
     std::vector<std::string> files = {"0-good.dpx"};
     std::vector<std::string> messages;
@@ -192,7 +197,7 @@ TEST(HostileInput, OneRunOverAllOfThemKeepsGoing) {
     EXPECT_EQ(r.errors, messages);
     EXPECT_EQ(r.finished, int(files.size()));
     EXPECT_EQ(r.failed, int(messages.size()));
-    EXPECT_EQ(testdata::read_file(dir / "work/0-good.dpx"), testdata::converted(good, spec));
+    EXPECT_EQ(testdata::read_file(dir / "work/0-good.dpx"), testdata::converted(good, layout));
     std::vector<std::string> left = dir.names("work");
     EXPECT_EQ(left.size(), files.size());
     EXPECT_EQ(std::count(left.begin(), left.end(), "~tmp.dpx"), 0);

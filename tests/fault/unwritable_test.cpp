@@ -28,11 +28,11 @@ struct two_frames {
     bytes swapped;
     bytes host;
     two_frames() {
-        testdata::dpx_layout spec;
-        spec.image_offset = spec.element_offset = 4096;
-        swapped = testdata::make_dpx(spec);
-        spec.big_endian = false;
-        host = testdata::make_dpx(spec);
+        testdata::dpx_layout layout;
+        layout.image_offset = layout.element_offset = 4096;
+        swapped = testdata::make_dpx(layout);
+        layout.big_endian = false;
+        host = testdata::make_dpx(layout);
     }
 };
 
