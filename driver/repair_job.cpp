@@ -326,6 +326,11 @@ copy_status job::copy_image(uint64_t size, const placement* places, int count, i
                 *failures = places[k].failures;
                 return copy_status::write_failed;
             }
+            // A frame that replaces its original is flushed before the rename:
+            // starting its write-back now lets the disk work while the rest
+            // of the frame is converted, so the flush has little left to wait for.
+            if (temporary_.size > 0)
+                sync_file_range(out_.get(), off64_t(places[k].offset + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
         }
     }
     return copy_status::ok;
