@@ -181,6 +181,12 @@ int main(int argc, char** argv) {
                         (median(sc.tarvex) - median(plain.tarvex)) * 1000 / sc.frames);
         }
     }
+    std::printf("\nEvery run (ms), tarvex / baseline:\n");
+    for (const auto& sc : results) {
+        std::printf("  %s:", sc.name.c_str());
+        for (size_t i = 0; i < sc.tarvex.size(); ++i) std::printf(" %.0f/%.0f", sc.tarvex[i] * 1000, sc.baseline[i] * 1000);
+        std::printf("\n");
+    }
     std::printf("\n%d repetitions of each run, alternating tarvex and the baseline.\n", reps);
     return 0;
 }
