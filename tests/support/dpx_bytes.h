@@ -34,7 +34,7 @@ uint64_t get(const bytes& b, size_t at, int n, bool big_endian);
 // A DPX file with every header field the codecs look at filled, float
 // fields holding recognisable non-symmetric bytes, text in the text fields,
 // user data between the header and the image, and a pixel pattern.
-bytes make_dpx(const dpx_layout& spec);
+bytes make_dpx(const dpx_layout& layout);
 
 // Offsets and widths of every integer field a byte-order conversion reverses.
 const std::vector<std::pair<size_t, int>>& dpx_swapped_fields();
@@ -42,7 +42,7 @@ const std::vector<std::pair<size_t, int>>& dpx_swapped_fields();
 // The file tarvex must write for a big-endian `input` made by make_dpx with
 // no settings change: integer fields and image words reversed, floats and
 // text as they were, zeros between the header and the image.
-bytes converted(const bytes& input, const dpx_layout& spec);
+bytes converted(const bytes& input, const dpx_layout& layout);
 
 // A Cineon file in the given byte order (magic 0x802A5FD7 in it).
 bytes make_cineon(bool big_endian, uint32_t width, uint32_t height);
