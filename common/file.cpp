@@ -452,6 +452,13 @@ bool file::exists(int* is_dir) {
     return found;
 }
 
+// A copy of `other` in the form every system call is given.
+file file::as_posix_path(const file& other) {
+    file target(other);
+    target.convert_to(posix_path);
+    return target;
+}
+
 int file::remove() {
     if (!data) return 0;
     convert_to(posix_path);
@@ -467,24 +474,21 @@ int file::change_mode(mode_t mode) {
 int file::link_to(const file& other) {
     if (!data) return 0;
     convert_to(posix_path);
-    file target(other);
-    target.convert_to(posix_path);
+    const file target = as_posix_path(other);
     return ::symlink(c_str(), target.c_str()) == 0 ? 0 : 1;
 }
 
 int file::rename_to(const file& other) {
     if (!data) return 0;
     convert_to(posix_path);
-    file target(other);
-    target.convert_to(posix_path);
+    const file target = as_posix_path(other);
     return ::rename(c_str(), target.c_str()) == 0 ? 0 : 1;
 }
 
 int file::copy_to(const file& other) {
     if (!data) return 0;
     convert_to(posix_path);
-    file target(other);
-    target.convert_to(posix_path);
+    const file target = as_posix_path(other);
     int in = ::open(c_str(), O_RDONLY | O_CLOEXEC);
     if (in < 0) return 1;
     struct stat from, to;

@@ -115,6 +115,8 @@ public:
     int32_t size = 0;       // text length including the NUL; 0 when empty
 
 private:
+    // A copy of `other` in the form every system call is given.
+    static file as_posix_path(const file& other);
     // Replaces the text with the `n` bytes at `text` and takes `new_form`.
     void assign_bytes(int new_form, const char* text, size_t n);
     // Frees the buffer and zeroes every member but the form.
