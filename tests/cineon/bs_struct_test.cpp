@@ -5,9 +5,11 @@
 #include <initializer_list>
 #include <vector>
 
-#include "cineon/codec_files.h"
+#include "support/dpx_bytes.h"
 
 namespace {
+
+using testdata::with_fields_reversed;
 
 // Bytes 0, 1, 2, ... of an `n`-byte record after walking `codes` over its
 // first `extent` bytes; the bytes beyond `extent` are sentinels.
@@ -23,7 +25,7 @@ std::vector<uint8_t> walked(std::initializer_list<int> codes, size_t n, size_t e
 std::vector<uint8_t> walked(std::initializer_list<int> codes, size_t n) { return walked(codes, n, n); }
 
 // Bytes 0, 1, 2, ... with the listed fields reversed.
-std::vector<uint8_t> expect(size_t n, const std::vector<std::pair<size_t, unsigned>>& fields) {
+std::vector<uint8_t> expect(size_t n, const std::vector<std::pair<size_t, int>>& fields) {
     std::vector<uint8_t> bytes(n);
     for (size_t i = 0; i < n; ++i) bytes[i] = uint8_t(i);
     return with_fields_reversed(bytes, fields);
@@ -46,7 +48,7 @@ TEST(BsStructTest, ArraysNeitherPadNorCount) {
 }
 
 TEST(BsStructTest, GroupsStepByRecordSizeWhateverTheCodesCover) {
-    std::vector<std::pair<size_t, unsigned>> firsts;
+    std::vector<std::pair<size_t, int>> firsts;
     for (size_t k = 0; k < 8; ++k) firsts.push_back({72 * k, 4});
     EXPECT_EQ(walked({-102, 72, 8, -4, -103}, 576), expect(576, firsts));
     // The field after the group starts at the group's end.

@@ -5,9 +5,15 @@
 #include <functional>
 #include <vector>
 
-#include "cineon/codec_files.h"
+#include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
 
 namespace {
+
+using testdata::byte_image;
+using testdata::with_fields_reversed;
+using testdata::host_word;
+using testrun::scratch_dir;
 
 // A Cineon file with `count` 10-bit channels of `width` x `height`, the
 // given packing and data at 2048.
@@ -27,8 +33,8 @@ byte_image cineon_file(bool big, uint8_t count, uint8_t packing, uint32_t width,
 }
 
 // Every integer field of the Cineon header with its width.
-std::vector<std::pair<size_t, unsigned>> cineon_integer_fields() {
-    std::vector<std::pair<size_t, unsigned>> f;
+std::vector<std::pair<size_t, int>> cineon_integer_fields() {
+    std::vector<std::pair<size_t, int>> f;
     for (size_t off : {0, 4, 8, 12, 16, 20, 684, 688, 712, 716, 1028, 1032, 1068}) f.push_back({off, 4});
     for (size_t k = 0; k < 8; ++k) {
         f.push_back({196 + 28 * k + 4, 4});
@@ -41,7 +47,7 @@ class CineonReaderTest : public ::testing::Test {
 protected:
     scratch_dir dir;
 
-    int load(kodakcineon_reader& r, const byte_image& f) { return r.open(dir.write("f.cin", f.bytes).c_str(), true); }
+    int load(kodakcineon_reader& r, const byte_image& f) { return r.open(dir.write("f.cin", f.data).c_str(), true); }
 };
 
 TEST_F(CineonReaderTest, HeaderBytesSwapOnlyIntegerFields) {
@@ -50,11 +56,11 @@ TEST_F(CineonReaderTest, HeaderBytesSwapOnlyIntegerFields) {
         f.noise(4, 2048);
         f.u32(0, 0x802A5FD7u);
         kodakcineon_reader r;
-        ASSERT_EQ(r.open(dir.write("k.cin", f.bytes).c_str(), false), codec_ok);
+        ASSERT_EQ(r.open(dir.write("k.cin", f.data).c_str(), false), codec_ok);
         std::vector<uint8_t> header(2048);
         ASSERT_EQ(r.read_header_bytes(header.data(), 2048), codec_ok);
         EXPECT_EQ(r.swap_bytes, f.foreign() ? 1u : 0u);
-        EXPECT_EQ(header, f.foreign() ? with_fields_reversed(f.bytes, cineon_integer_fields()) : f.bytes);
+        EXPECT_EQ(header, f.foreign() ? with_fields_reversed(f.data, cineon_integer_fields()) : f.data);
         EXPECT_EQ(host_word(header.data()), cineon_magic);
     }
 }
@@ -96,7 +102,7 @@ TEST_F(CineonReaderTest, ChannelPackingAndInterleaveRules) {
         {"interleave 1", 3, 5, [](byte_image& f) { f.u8(680, 1); }, codec_unsupported},
         {"8-bit second channel", 3, 5, [](byte_image& f) { f.u8(196 + 28 + 2, 8); }, codec_unsupported},
         {"bad magic", 3, 5, [](byte_image& f) { f.u32(0, 0x802A5FD6u); }, codec_bad_magic},
-        {"short header", 3, 5, [](byte_image& f) { f.bytes.resize(100); }, codec_io},
+        {"short header", 3, 5, [](byte_image& f) { f.data.resize(100); }, codec_io},
     };
     for (const layout& c : cases) {
         byte_image f = cineon_file(true, c.count, c.packing, 8, 8);

@@ -5,9 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "cineon/codec_files.h"
+#include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
 
 namespace {
+
+using testdata::host_word;
+using testrun::scratch_dir;
 
 uint32_t u32_at(const std::vector<uint8_t>& b, size_t off) { return host_word(&b.at(off)); }
 float f32_at(const std::vector<uint8_t>& b, size_t off) {
@@ -20,7 +24,7 @@ class CineonWriterTest : public ::testing::Test {
 protected:
     scratch_dir dir;
     kodakcineon_writer writer;
-    std::string path = dir.path + "/out.cin";
+    std::string path = dir.path() + "/out.cin";
 
     void SetUp() override {
         writer.width = 2048;
@@ -35,7 +39,7 @@ TEST_F(CineonWriterTest, HeaderInHostOrderEvenWhenAskedToSwap) {
         ASSERT_EQ(writer.open(path.c_str(), true, host_order), codec_ok);
         EXPECT_EQ(writer.swap_bytes, host_order ? 0u : 1u);
         writer.close();
-        std::vector<uint8_t> b = scratch_dir::read(path);
+        std::vector<uint8_t> b = testdata::read_file(path);
         ASSERT_EQ(b.size(), 2048u);
         EXPECT_EQ(u32_at(b, 0), cineon_magic);
         EXPECT_EQ(u32_at(b, 4), 32256u);
@@ -79,7 +83,7 @@ TEST_F(CineonWriterTest, RawHeaderAndImageAreWrittenUnchanged) {
     const uint32_t words[2] = {0x11223344u, 0xA0B0C0D0u};
     ASSERT_EQ(writer.write_image(words, sizeof words), codec_ok);
     EXPECT_EQ(writer.write_header_bytes(nullptr, 2048), codec_bad_argument);
-    std::vector<uint8_t> b = scratch_dir::read(path);
+    std::vector<uint8_t> b = testdata::read_file(path);
     ASSERT_EQ(b.size(), 2056u);
     EXPECT_EQ(u32_at(b, 0), cineon_magic);
     EXPECT_EQ(u32_at(b, 4), 2048u);

@@ -11,28 +11,17 @@
 #include <limits>
 #include <vector>
 
-#include "cineon/codec_files.h"
+#include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
 
 namespace {
 
-// Every integer field of the DPX header with its width, from the layout
-// tables; everything else (text, single bytes, floats, reserved) is never
-// swapped.
-std::vector<std::pair<size_t, unsigned>> dpx_integer_fields() {
-    std::vector<std::pair<size_t, unsigned>> f;
-    for (size_t off : {0, 4, 16, 20, 24, 28, 32, 660, 772, 776}) f.push_back({off, 4});
-    f.push_back({768, 2});
-    f.push_back({770, 2});
-    for (size_t k = 0; k < 8; ++k) {
-        size_t base = 780 + 72 * k;
-        for (size_t rel : {0, 4, 12, 28, 32, 36}) f.push_back({base + rel, 4});
-        f.push_back({base + 24, 2});
-        f.push_back({base + 26, 2});
-    }
-    for (size_t off : {1408, 1412, 1424, 1428, 1628, 1632, 1712, 1716, 1720, 1920, 1924}) f.push_back({off, 4});
-    for (size_t off : {1620, 1622, 1624, 1626}) f.push_back({off, 2});
-    return f;
-}
+using testdata::byte_image;
+using testdata::with_fields_reversed;
+using testdata::host_word;
+using testdata::dpx_file;
+using testdata::dpx_test_offset;
+using testrun::scratch_dir;
 
 class DpxReaderTest : public ::testing::Test {
 protected:
@@ -41,7 +30,7 @@ protected:
 
     // Saves `file` and opens the reader on it; returns read_header's result.
     int load(const byte_image& file) {
-        std::string path = dir.write("frame.dpx", file.bytes);
+        std::string path = dir.write("frame.dpx", file.data);
         return reader.open(path.c_str(), true);
     }
 };
@@ -52,11 +41,11 @@ TEST_F(DpxReaderTest, HeaderBytesSwapOnlyIntegerFields) {
         f.noise(4, 2048);
         f.text(0, big ? "SDPX" : "XPDS");
         smptedpx_reader r;
-        ASSERT_EQ(r.open(dir.write(big ? "be.dpx" : "le.dpx", f.bytes).c_str(), false), codec_ok);
+        ASSERT_EQ(r.open(dir.write(big ? "be.dpx" : "le.dpx", f.data).c_str(), false), codec_ok);
         std::vector<uint8_t> header(2048);
         ASSERT_EQ(r.read_header_bytes(header.data(), 2048), codec_ok);
         EXPECT_EQ(r.swap_bytes, f.foreign() ? 1u : 0u);
-        EXPECT_EQ(header, f.foreign() ? with_fields_reversed(f.bytes, dpx_integer_fields()) : f.bytes)
+        EXPECT_EQ(header, f.foreign() ? with_fields_reversed(f.data, testdata::dpx_swapped_fields()) : f.data)
             << (big ? "big-endian" : "little-endian");
         EXPECT_EQ(host_word(header.data()), dpx_magic);
     }
@@ -78,7 +67,7 @@ TEST_F(DpxReaderTest, HeaderFillsTheDescription) {
         f.f32(1956, 0.25f);
         f.f32(1964, 700.0f);
         smptedpx_reader r;
-        ASSERT_EQ(r.open(dir.write("desc.dpx", f.bytes).c_str(), true), codec_ok);
+        ASSERT_EQ(r.open(dir.write("desc.dpx", f.data).c_str(), true), codec_ok);
         EXPECT_EQ(r.header_loaded, 1u);
         EXPECT_EQ(r.swap_bytes, f.foreign() ? 1u : 0u);
         EXPECT_EQ(r.width, 2048u);
@@ -109,7 +98,7 @@ TEST_F(DpxReaderTest, OrientationCodesSetTheFlags) {
         byte_image f = dpx_file(true, 4, 4);
         f.u16(768, code);
         smptedpx_reader r;
-        ASSERT_EQ(r.open(dir.write("o.dpx", f.bytes).c_str(), true), codec_ok);
+        ASSERT_EQ(r.open(dir.write("o.dpx", f.data).c_str(), true), codec_ok);
         EXPECT_EQ(r.transposed, flags[code][0]) << code;
         EXPECT_EQ(r.mirror_x, flags[code][1]) << code;
         EXPECT_EQ(r.flip_y, flags[code][2]) << code;
@@ -122,7 +111,7 @@ TEST_F(DpxReaderTest, OriginalSizeAndFrameRateFallbacks) {
         byte_image f = dpx_file(false, 640, 480);
         f.u32(1424, c.orig);
         smptedpx_reader r;
-        ASSERT_EQ(r.open(dir.write("s.dpx", f.bytes).c_str(), true), codec_ok);
+        ASSERT_EQ(r.open(dir.write("s.dpx", f.data).c_str(), true), codec_ok);
         EXPECT_EQ(r.width, c.expected);
         EXPECT_EQ(r.height, 480u);
     }
@@ -135,7 +124,7 @@ TEST_F(DpxReaderTest, OriginalSizeAndFrameRateFallbacks) {
         f.f32(1724, c.film);
         f.f32(1940, c.tv);
         smptedpx_reader r;
-        ASSERT_EQ(r.open(dir.write("r.dpx", f.bytes).c_str(), true), codec_ok);
+        ASSERT_EQ(r.open(dir.write("r.dpx", f.data).c_str(), true), codec_ok);
         EXPECT_FLOAT_EQ(r.frame_rate, c.expected) << c.film << " / " << c.tv;
     }
 }
@@ -154,13 +143,13 @@ TEST_F(DpxReaderTest, RefusesHeadersOneByOne) {
         {"data inside the generic header", [](byte_image& f) { f.u32(808, 1663); }, codec_bad_header},
         {"data past the end", [](byte_image& f) { f.u32(808, 2049); }, codec_bad_header},
         {"bad magic", [](byte_image& f) { f.text(0, "SDPY"); }, codec_bad_magic},
-        {"short header", [](byte_image& f) { f.bytes.resize(2047); }, codec_io},
+        {"short header", [](byte_image& f) { f.data.resize(2047); }, codec_io},
     };
     for (const refusal& c : cases) {
         byte_image f = dpx_file(true, 4, 4);
         c.change(f);
         smptedpx_reader r;
-        EXPECT_EQ(r.open(dir.write("bad.dpx", f.bytes).c_str(), true), c.result) << c.what;
+        EXPECT_EQ(r.open(dir.write("bad.dpx", f.data).c_str(), true), c.result) << c.what;
         EXPECT_EQ(r.header_loaded, 0u) << c.what;
     }
     // The data offset may start right after the generic header, or at the very end.
@@ -168,7 +157,7 @@ TEST_F(DpxReaderTest, RefusesHeadersOneByOne) {
         byte_image f = dpx_file(true, 4, 4);
         f.u32(808, offset);
         smptedpx_reader r;
-        EXPECT_EQ(r.open(dir.write("edge.dpx", f.bytes).c_str(), true), codec_ok) << offset;
+        EXPECT_EQ(r.open(dir.write("edge.dpx", f.data).c_str(), true), codec_ok) << offset;
     }
 }
 
@@ -177,7 +166,7 @@ TEST_F(DpxReaderTest, PackingRule) {
     for (packing_case c : {packing_case{50, 8, 1, 1}, packing_case{51, 8, 1, 0}, packing_case{51, 8, 0, 1},
                            packing_case{50, 10, 1, 0}}) {
         smptedpx_reader r;
-        ASSERT_EQ(r.open(dir.write("p.dpx", dpx_file(true, 4, 4, c.descriptor, c.bits, c.packing).bytes).c_str(), true),
+        ASSERT_EQ(r.open(dir.write("p.dpx", dpx_file(true, 4, 4, c.descriptor, c.bits, c.packing).data).c_str(), true),
                   codec_ok);
         EXPECT_EQ(r.packed, c.packed) << int(c.descriptor) << " " << int(c.bits) << " " << c.packing;
     }
@@ -189,7 +178,7 @@ TEST_F(DpxReaderTest, DirectReadReversesWordsOfForeignFiles) {
         const uint32_t pixels[3] = {0xFFC00000u, 0x003FF000u, 0x12345678u};
         for (int i = 0; i < 3; ++i) f.u32(dpx_test_offset + 4 * i, pixels[i]);
         smptedpx_reader r;
-        ASSERT_EQ(r.open(dir.write("d.dpx", f.bytes).c_str(), true), codec_ok);
+        ASSERT_EQ(r.open(dir.write("d.dpx", f.data).c_str(), true), codec_ok);
         uint32_t out[4] = {};
         EXPECT_EQ(r.read_image(out, 8), codec_bad_argument);
         EXPECT_EQ(r.read_image(nullptr, 12), codec_bad_argument);
@@ -199,7 +188,7 @@ TEST_F(DpxReaderTest, DirectReadReversesWordsOfForeignFiles) {
         EXPECT_EQ(r.read_image(out, 16), codec_io);
         uint8_t raw[4];
         ASSERT_EQ(r.read_at(raw, dpx_test_offset + 8, 4), codec_ok);
-        EXPECT_EQ(std::vector<uint8_t>(raw, raw + 4), std::vector<uint8_t>(f.bytes.end() - 4, f.bytes.end()));
+        EXPECT_EQ(std::vector<uint8_t>(raw, raw + 4), std::vector<uint8_t>(f.data.end() - 4, f.data.end()));
         EXPECT_EQ(r.read_at(raw, dpx_test_offset + 9, 4), codec_io);
     }
 }
@@ -216,7 +205,7 @@ TEST_F(DpxReaderTest, EightBitExpansion) {
         const uint8_t bytes[6] = {255, 128, 1, 0, 254, 255};
         for (int i = 0; i < 6; ++i) rgb.u8(dpx_test_offset + i, bytes[i]);
         smptedpx_reader r3;
-        ASSERT_EQ(r3.open(dir.write("rgb.dpx", rgb.bytes).c_str(), true), codec_ok);
+        ASSERT_EQ(r3.open(dir.write("rgb.dpx", rgb.data).c_str(), true), codec_ok);
         uint32_t out[2] = {};
         ASSERT_EQ(r3.read_image(out, 8), codec_ok);
         EXPECT_EQ(out[0], 4u << 22 | 513u << 12 | 1022u << 2);
@@ -227,7 +216,7 @@ TEST_F(DpxReaderTest, EightBitExpansion) {
         rgba.u32(dpx_test_offset, 0xFF800100u);
         rgba.u32(dpx_test_offset + 4, 0x01FEFF80u);
         smptedpx_reader r4;
-        ASSERT_EQ(r4.open(dir.write("rgba.dpx", rgba.bytes).c_str(), true), codec_ok);
+        ASSERT_EQ(r4.open(dir.write("rgba.dpx", rgba.data).c_str(), true), codec_ok);
         ASSERT_EQ(r4.read_image(out, 8), codec_ok);
         EXPECT_EQ(out[0], 1022u << 22 | 513u << 12 | 4u << 2);
         EXPECT_EQ(out[1], 4u << 22 | 1018u << 12 | 1022u << 2);
@@ -237,7 +226,7 @@ TEST_F(DpxReaderTest, EightBitExpansion) {
         r3.expand_to_10bit = 0;
         uint8_t stored[6];
         ASSERT_EQ(r3.read_image(stored, 6), codec_ok);
-        std::vector<uint8_t> data(rgb.bytes.begin() + dpx_test_offset, rgb.bytes.end());
+        std::vector<uint8_t> data(rgb.data.begin() + dpx_test_offset, rgb.data.end());
         EXPECT_EQ(std::vector<uint8_t>(stored, stored + 6), rgb.foreign() ? with_fields_reversed(data, {{0, 4}}) : data);
     }
 }

@@ -6,10 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "cineon/codec_files.h"
+#include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
 #include "cineon/dpx_reader.h"
 
 namespace {
+
+using testdata::host_word;
+using testrun::scratch_dir;
 
 uint32_t u32_at(const std::vector<uint8_t>& b, size_t off) { return host_word(&b.at(off)); }
 uint16_t u16_at(const std::vector<uint8_t>& b, size_t off) {
@@ -30,7 +34,7 @@ class DpxWriterTest : public ::testing::Test {
 protected:
     scratch_dir dir;
     smptedpx_writer writer;
-    std::string path = dir.path + "/out.dpx";
+    std::string path = dir.path() + "/out.dpx";
 
     void SetUp() override {
         writer.width = 2048;
@@ -54,7 +58,7 @@ protected:
 TEST_F(DpxWriterTest, HeaderFieldsAtTheirOffsets) {
     ASSERT_EQ(writer.open(path.c_str(), true, true), codec_ok);
     writer.close();
-    std::vector<uint8_t> b = scratch_dir::read(path);
+    std::vector<uint8_t> b = testdata::read_file(path);
     ASSERT_EQ(b.size(), 2048u);
     EXPECT_EQ(u32_at(b, 0), dpx_magic);
     EXPECT_EQ(u32_at(b, 4), 8192u);
@@ -100,7 +104,7 @@ TEST_F(DpxWriterTest, HeaderFieldsAtTheirOffsets) {
     log.packed = 1;
     log.data_offset = 4096;
     ASSERT_EQ(log.open(path.c_str(), true, true), codec_ok);
-    b = scratch_dir::read(path);
+    b = testdata::read_file(path);
     EXPECT_EQ(b[801], 3);
     EXPECT_EQ(u16_at(b, 804), 0);
     EXPECT_EQ(u32_at(b, 4), 4096u);
@@ -123,7 +127,7 @@ TEST_F(DpxWriterTest, RefusesOnlyWhenChannelsAndDescriptorAreBothWrong) {
 TEST_F(DpxWriterTest, ForeignOrderSwapsIntegersOnly) {
     ASSERT_EQ(writer.open(path.c_str(), true, false), codec_ok);
     EXPECT_EQ(writer.swap_bytes, 1u);
-    std::vector<uint8_t> b = scratch_dir::read(path);
+    std::vector<uint8_t> b = testdata::read_file(path);
     EXPECT_EQ(u32_at(b, 0), dpx_magic_swapped);
     EXPECT_EQ(u32_at(b, 16), __builtin_bswap32(12754944u));
     EXPECT_EQ(u16_at(b, 770), __builtin_bswap16(1));
@@ -133,7 +137,7 @@ TEST_F(DpxWriterTest, ForeignOrderSwapsIntegersOnly) {
     dpx_default_header(h);
     ASSERT_EQ(writer.write_header_bytes(&h, sizeof h), codec_ok);
     EXPECT_EQ(h.magic, dpx_magic_swapped) << "the caller's buffer is left swapped";
-    EXPECT_EQ(u32_at(scratch_dir::read(path), 4), __builtin_bswap32(8192u));
+    EXPECT_EQ(u32_at(testdata::read_file(path), 4), __builtin_bswap32(8192u));
     EXPECT_EQ(writer.write_header_bytes(&h, 2047), codec_bad_argument);
 }
 

@@ -2,7 +2,6 @@
 // of frames in place, and checks after every kill that each frame is either
 // its original bytes or its complete converted bytes; a last run over each
 // sequence must then finish it. Set TARVEX_CRASH_SEED to repeat a run's kill times.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -17,13 +16,12 @@
 #include <thread>
 #include <vector>
 
-#include "fault/scratch_dir.h"
-#include "fault/tarvex_run.h"
 #include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
 
 namespace {
 
-using faulttest::scratch_dir;
+using testrun::scratch_dir;
 using testdata::bytes;
 using clock_type = std::chrono::steady_clock;
 
@@ -39,73 +37,20 @@ std::string frame_name(int n) {
     return name;
 }
 
-// The bytes of `path`; empty when it cannot be read.
-bytes read_whole(const std::string& path) {
-    bytes data;
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return data;
-    struct stat st;
-    if (::fstat(fd, &st) == 0 && st.st_size > 0) {
-        data.resize(size_t(st.st_size));
-        size_t done = 0;
-        while (done < data.size()) {
-            ssize_t n = ::read(fd, data.data() + done, data.size() - done);
-            if (n <= 0) break;
-            done += size_t(n);
-        }
-        data.resize(done);
-    }
-    ::close(fd);
-    return data;
-}
-
-// Runs a program to its end with output discarded; its exit status or -1.
-int run_quietly(const std::vector<std::string>& args) {
-    std::vector<char*> argv;
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    pid_t pid = ::fork();
-    if (pid == 0) {
-        int null = ::open("/dev/null", O_RDWR);
-        if (null >= 0) {
-            ::dup2(null, 1);
-            ::dup2(null, 2);
-        }
-        ::execv(argv[0], argv.data());
-        _exit(127);
-    }
-    int status = 0;
-    if (pid < 0 || ::waitpid(pid, &status, 0) != pid) return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // Starts tarvex on every frame of `folder` with output discarded.
 pid_t start_tarvex(const std::string& folder) {
-    std::vector<std::string> args = {TARVEX_BINARY};
+    std::vector<std::string> args;
     for (int n = 1; n <= kFrames; ++n) args.push_back(folder + "/" + frame_name(n));
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    pid_t pid = ::fork();
-    if (pid == 0) {
-        int null = ::open("/dev/null", O_RDWR);
-        if (null >= 0) {
-            ::dup2(null, 1);
-            ::dup2(null, 2);
-        }
-        ::execv(argv[0], argv.data());
-        _exit(127);
-    }
-    return pid;
+    return testrun::start(TARVEX_BINARY, args);
 }
 
 // Makes the big-endian sequence in `folder` and returns each frame's bytes.
 std::vector<bytes> make_sequence(const std::string& folder) {
-    int status = run_quietly({TARVEX_MKFRAMES, "-W", "512", "-H", "256", "-n", std::to_string(kFrames), "-e",
-                              "big", folder + "/shot.%04d.dpx"});
-    EXPECT_EQ(status, 0);
+    testrun::run_options o;
+    o.args = {"-W", "512", "-H", "256", "-n", std::to_string(kFrames), "-e", "big", folder + "/shot.%04d.dpx"};
+    EXPECT_EQ(testrun::run(TARVEX_MKFRAMES, o).status, 0);
     std::vector<bytes> frames;
-    for (int n = 1; n <= kFrames; ++n) frames.push_back(read_whole(folder + "/" + frame_name(n)));
+    for (int n = 1; n <= kFrames; ++n) frames.push_back(testdata::read_file(folder + "/" + frame_name(n)));
     return frames;
 }
 
@@ -120,7 +65,7 @@ census take_census(const std::string& folder, const std::vector<bytes>& original
                    const std::vector<bytes>& converted) {
     census c;
     for (int n = 1; n <= kFrames; ++n) {
-        bytes now = read_whole(folder + "/" + frame_name(n));
+        bytes now = testdata::read_file(folder + "/" + frame_name(n));
         if (now == originals[size_t(n - 1)]) {
             ++c.original;
         } else if (now == converted[size_t(n - 1)]) {
@@ -162,7 +107,7 @@ TEST(Crash, KilledAtRandomMomentsEveryFrameIsWholeAndASecondRunFinishes) {
     const double idle_run = std::chrono::duration<double>(clock_type::now() - started).count();
     std::vector<bytes> converted;
     for (int n = 1; n <= kFrames; ++n) {
-        converted.push_back(read_whole(reference + "/" + frame_name(n)));
+        converted.push_back(testdata::read_file(reference + "/" + frame_name(n)));
         ASSERT_NE(converted.back(), originals[size_t(n - 1)]) << "the reference run converted nothing";
     }
 
@@ -197,14 +142,14 @@ TEST(Crash, KilledAtRandomMomentsEveryFrameIsWholeAndASecondRunFinishes) {
         }
         // Whatever the last kill left (a stale ~tmp.dpx included), a run
         // over the sequence finishes it.
-        faulttest::run_options again;
+        testrun::run_options again;
         for (int n = 1; n <= kFrames; ++n) again.args.push_back(work + "/" + frame_name(n));
-        faulttest::run_result r = faulttest::run_tarvex(again);
+        testrun::outcome r = testrun::run_tarvex(again);
         EXPECT_EQ(r.status, 0);
         EXPECT_EQ(r.finished, kFrames);
         EXPECT_EQ(r.failed, 0) << r.out;
         EXPECT_EQ(take_census(work, originals, converted).converted, kFrames);
-        EXPECT_FALSE(faulttest::exists(work + "/~tmp.dpx"));
+        EXPECT_FALSE(testrun::exists(work + "/~tmp.dpx"));
     }
     std::printf("crash test: %d sequences, %d kills, %d of them while tarvex was running\n", campaigns, kills,
                 killed_mid_run);

@@ -46,7 +46,7 @@ protected:
         return b;
     }
     bytes read(const std::string& name) { return testdata::read_file(dir / name); }
-    bool exists(const std::string& name) { return testrun::facts_of(dir / name).exists; }
+    bool exists(const std::string& name) { return testrun::exists(dir / name); }
     std::string run(std::vector<std::string> args, long file_size_limit = -1) {
         testrun::outcome r = testrun::run_piped(dir.path(), std::move(args), file_size_limit);
         EXPECT_EQ(0, r.status);

@@ -14,17 +14,16 @@
 #include <string>
 #include <vector>
 
-#include "fault/call_log.h"
-#include "fault/scratch_dir.h"
-#include "fault/tarvex_run.h"
+#include "fault/fault_library.h"
 #include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
 
 namespace {
 
 using faulttest::file_call;
-using faulttest::run_options;
-using faulttest::run_result;
-using faulttest::scratch_dir;
+using testrun::run_options;
+using run_result = testrun::outcome;
+using testrun::scratch_dir;
 using testdata::bytes;
 
 const char kLoadFailed[] = "Could not load image or file was not a DPX file!";
@@ -134,8 +133,7 @@ run_options options_for(const scenario& s, const run_folder& where, const std::s
         o.args.push_back(where.work + "/out");
     }
     for (const auto& f : s.frames) o.args.push_back(where.input(f));
-    o.preload_faults = true;
-    o.env = {"TARVEX_FAULT_DIR=" + where.work + "/", "TARVEX_FAULT_LOG=" + log,
+    o.env = {faulttest::preload_entry(), "TARVEX_FAULT_DIR=" + where.work + "/", "TARVEX_FAULT_LOG=" + log,
              "TARVEX_FAULT_AT=" + std::to_string(fault_at), std::string("TARVEX_FAULT_MODE=") + mode};
     return o;
 }
@@ -219,7 +217,7 @@ void check_files(const scenario& s, const run_folder& where, size_t index, outco
     }
     if (o == outcome::converted) {
         if (!f.renamed.empty()) {
-            EXPECT_FALSE(faulttest::exists(input));
+            EXPECT_FALSE(testrun::exists(input));
             EXPECT_EQ(testdata::read_file(where.work + "/" + f.renamed), f.input);
             return;
         }
@@ -228,13 +226,13 @@ void check_files(const scenario& s, const run_folder& where, size_t index, outco
             EXPECT_EQ(testdata::read_file(output), f.converted);
         } else {
             EXPECT_EQ(testdata::read_file(input), f.converted);
-            EXPECT_FALSE(faulttest::exists(output));
+            EXPECT_FALSE(testrun::exists(output));
         }
         return;
     }
     EXPECT_EQ(testdata::read_file(input), f.input) << "the input changed";
     if (!f.renamed.empty()) {
-        EXPECT_FALSE(faulttest::exists(where.work + "/" + f.renamed));
+        EXPECT_FALSE(testrun::exists(where.work + "/" + f.renamed));
     }
     if (o == outcome::not_renamed) {
         if (f.renamed.empty()) {
@@ -243,10 +241,10 @@ void check_files(const scenario& s, const run_folder& where, size_t index, outco
         return;
     }
     if (kept_temp) {
-        EXPECT_TRUE(faulttest::exists(output)) << "~tmp.dpx should have been left in place";
+        EXPECT_TRUE(testrun::exists(output)) << "~tmp.dpx should have been left in place";
         return;
     }
-    EXPECT_FALSE(faulttest::exists(output)) << "the output was not removed";
+    EXPECT_FALSE(testrun::exists(output)) << "the output was not removed";
 }
 
 // The names the work folder must hold after a run in which the frames met
@@ -272,7 +270,7 @@ void run_and_check(const scenario& s, scratch_dir& dir, long fault_at, const cha
     run_folder where{dir / "work", s.folder};
     prepare(s, where);
     const std::string log = dir / "calls.log";
-    run_result r = faulttest::run_tarvex(options_for(s, where, log, fault_at, mode));
+    run_result r = testrun::run_tarvex(options_for(s, where, log, fault_at, mode));
 
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err.find("Sanitizer"), std::string::npos) << r.err;
@@ -422,7 +420,7 @@ TEST(FaultInjection, ConvertedFrameIsFlushedBeforeItReplacesTheInput) {
     scratch_dir dir("tarvex-fault");
     run_folder where{dir / "work", false};
     prepare(s, where);
-    run_result r = faulttest::run_tarvex(options_for(s, where, dir / "calls.log", 0, "error"));
+    run_result r = testrun::run_tarvex(options_for(s, where, dir / "calls.log", 0, "error"));
     ASSERT_EQ(r.failed, 0) << r.out;
     faulttest::call_log trace = faulttest::read_call_log(dir / "calls.log");
 

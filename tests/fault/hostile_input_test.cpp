@@ -9,16 +9,15 @@
 #include <string>
 #include <vector>
 
-#include "fault/call_log.h"
-#include "fault/scratch_dir.h"
-#include "fault/tarvex_run.h"
+#include "fault/fault_library.h"
 #include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
 
 namespace {
 
-using faulttest::run_options;
-using faulttest::run_result;
-using faulttest::scratch_dir;
+using testrun::run_options;
+using run_result = testrun::outcome;
+using testrun::scratch_dir;
 using testdata::bytes;
 using testdata::put;
 
@@ -131,9 +130,8 @@ std::vector<hostile_case> hostile_cases() {
 run_result run_logged(const scratch_dir& dir, const std::vector<std::string>& files, faulttest::call_log* log) {
     run_options o;
     for (const auto& f : files) o.args.push_back(dir / ("work/" + f));
-    o.preload_faults = true;
-    o.env = {"TARVEX_FAULT_DIR=" + dir / "work/", "TARVEX_FAULT_LOG=" + dir / "calls.log"};
-    run_result r = faulttest::run_tarvex(o);
+    o.env = {faulttest::preload_entry(), "TARVEX_FAULT_DIR=" + dir / "work/", "TARVEX_FAULT_LOG=" + dir / "calls.log"};
+    run_result r = testrun::run_tarvex(o);
     *log = faulttest::read_call_log(dir / "calls.log");
     return r;
 }
@@ -152,7 +150,7 @@ TEST(HostileInput, EachFailsWithItsMessageAndTheInputUntouched) {
     for (const hostile_case& c : hostile_cases()) {
         SCOPED_TRACE(c.name);
         scratch_dir dir("tarvex-hostile");
-        ASSERT_TRUE(faulttest::exists(dir.path()));
+        ASSERT_TRUE(testrun::exists(dir.path()));
         ::mkdir((dir / "work").c_str(), 0755);
         ASSERT_TRUE(testdata::write_file(dir / "work/frame.dpx", c.data));
 

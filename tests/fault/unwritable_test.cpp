@@ -7,15 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "fault/scratch_dir.h"
-#include "fault/tarvex_run.h"
 #include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
 
 namespace {
 
-using faulttest::run_options;
-using faulttest::run_result;
-using faulttest::scratch_dir;
+using testrun::run_options;
+using run_result = testrun::outcome;
+using testrun::scratch_dir;
 using testdata::bytes;
 
 const char kOpenFailed[] = "Could not swap DPX to local byte ordering because it could not open the file!";
@@ -64,7 +63,7 @@ TEST(Unwritable, ReadOnlyFolderBesideTheInputs) {
     run_options o;
     o.args = {"-t", "2", folder + "/big.dpx", folder + "/host.dpx"};
     o.unprivileged = true;
-    run_result r = faulttest::run_tarvex(o);
+    run_result r = testrun::run_tarvex(o);
 
     expect_open_failures(r);
     EXPECT_EQ(testdata::read_file(folder + "/big.dpx"), frames.swapped);
@@ -83,7 +82,7 @@ TEST(Unwritable, ReadOnlyOutputFolder) {
     run_options o;
     o.args = {"-t", "2", "-c", out, dir / "big.dpx", dir / "host.dpx"};
     o.unprivileged = true;
-    run_result r = faulttest::run_tarvex(o);
+    run_result r = testrun::run_tarvex(o);
 
     expect_open_failures(r);
     EXPECT_EQ(testdata::read_file(dir / "big.dpx"), frames.swapped);
@@ -98,7 +97,7 @@ TEST(Unwritable, MissingOutputFolderIsNotCreated) {
 
     run_options o;
     o.args = {"-t", "2", "-c", dir / "no/such/folder", dir / "big.dpx", dir / "host.dpx"};
-    run_result r = faulttest::run_tarvex(o);
+    run_result r = testrun::run_tarvex(o);
 
     expect_open_failures(r);
     EXPECT_EQ(testdata::read_file(dir / "big.dpx"), frames.swapped);
@@ -112,7 +111,7 @@ run_result run_with_size_limit(const std::vector<std::string>& args) {
     run_options o;
     o.args = args;
     o.file_size_limit = 4096 + 20;
-    return faulttest::run_tarvex(o);
+    return testrun::run_tarvex(o);
 }
 
 TEST(Unwritable, DiskFullDuringTheSwapPassImage) {

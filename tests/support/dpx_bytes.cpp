@@ -161,6 +161,45 @@ bytes make_cineon(bool big_endian, uint32_t width, uint32_t height) {
     return b;
 }
 
+void byte_image::f32(size_t offset, float v) { std::memcpy(&data.at(offset), &v, 4); }
+
+void byte_image::text(size_t offset, const char* s) { std::memcpy(&data.at(offset), s, std::strlen(s)); }
+
+void byte_image::noise(size_t from, size_t to) {
+    uint32_t x = 0x9E3779B9u;
+    for (size_t i = from; i < to; ++i) {
+        x = x * 1664525u + 1013904223u;
+        data.at(i) = uint8_t(x >> 24);
+    }
+}
+
+bytes with_fields_reversed(bytes image, const std::vector<std::pair<size_t, int>>& fields) {
+    for (auto [at, n] : fields) std::reverse(image.begin() + long(at), image.begin() + long(at) + n);
+    return image;
+}
+
+uint32_t host_word(const uint8_t* p) {
+    uint32_t w;
+    std::memcpy(&w, p, 4);
+    return w;
+}
+
+byte_image dpx_file(bool big, uint32_t width, uint32_t height, uint8_t descriptor, uint8_t bits, uint16_t packing,
+                    size_t data_bytes) {
+    byte_image f(dpx_test_offset + data_bytes, big);
+    f.text(0, big ? "SDPX" : "XPDS");
+    f.u32(4, dpx_test_offset);
+    f.u32(660, 0xFFFFFFFFu);
+    f.u16(770, 1);
+    f.u32(772, width);
+    f.u32(776, height);
+    f.u8(800, descriptor);
+    f.u8(803, bits);
+    f.u16(804, packing);
+    f.u32(808, dpx_test_offset);
+    return f;
+}
+
 bytes read_file(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testdata {
@@ -46,6 +47,46 @@ bytes converted(const bytes& input, const dpx_layout& layout);
 
 // A Cineon file in the given byte order (magic 0x802A5FD7 in it).
 bytes make_cineon(bool big_endian, uint32_t width, uint32_t height);
+
+// True on a little-endian host.
+constexpr bool host_little = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+
+// A file's bytes, with integers placed in the file's own byte order.
+struct byte_image {
+    bytes data;  // the whole file
+    bool big;    // integers are stored most significant byte first
+
+    // `size` zero bytes in the given order.
+    byte_image(size_t size, bool big_endian) : data(size, 0), big(big_endian) {}
+    // True when the file's order is not the host's.
+    bool foreign() const { return big == host_little; }
+    // One-, two- and four-byte integers at `offset` in the file's order.
+    void u8(size_t offset, uint8_t v) { put(data, offset, v, 1, big); }
+    void u16(size_t offset, uint16_t v) { put(data, offset, v, 2, big); }
+    void u32(size_t offset, uint32_t v) { put(data, offset, v, 4, big); }
+    // Stores a float's bytes in host order whatever the file's order: the
+    // codecs never swap floating-point header fields.
+    void f32(size_t offset, float v);
+    // The characters of `s`, without its NUL.
+    void text(size_t offset, const char* s);
+    // Fills [from, to) with a fixed pseudo-random pattern.
+    void noise(size_t from, size_t to);
+};
+
+// The bytes of `image` with each listed (offset, width) field reversed.
+bytes with_fields_reversed(bytes image, const std::vector<std::pair<size_t, int>>& fields);
+
+// A host-order 32-bit word from four bytes.
+uint32_t host_word(const uint8_t* p);
+
+// Offset of the image data in the files dpx_file builds.
+constexpr uint32_t dpx_test_offset = 2048;
+
+// A minimal DPX file the reader accepts: one element of `width` x `height`
+// pixels, the given descriptor, bit size and packing, data at 2048 and room
+// for `data_bytes` bytes of image data; every other byte zero.
+byte_image dpx_file(bool big, uint32_t width, uint32_t height, uint8_t descriptor = 50, uint8_t bits = 10,
+                    uint16_t packing = 1, size_t data_bytes = 0);
 
 // Reads a whole file; empty when it cannot be read.
 bytes read_file(const std::string& path);

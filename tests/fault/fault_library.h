@@ -1,4 +1,5 @@
-// The log the fault library writes: one line per watched file call.
+// The fault library as the tests see it: the environment entry that loads
+// it into tarvex, and the log it writes, one line per watched file call.
 #pragma once
 
 #include <cstdint>
@@ -23,6 +24,10 @@ struct call_log {
     std::vector<file_call> calls;     // the numbered calls and removals, in order
     long long largest_allocation = -1;  // largest single allocation; -1 when not recorded
 };
+
+// The LD_PRELOAD entry that loads the fault library, after the sanitizer
+// runtime when the build has one.
+std::string preload_entry();
 
 // Reads the log at `path`; an absent file gives an empty log.
 call_log read_call_log(const std::string& path);

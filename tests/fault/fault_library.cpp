@@ -1,9 +1,16 @@
-#include "fault/call_log.h"
+#include "fault/fault_library.h"
 
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
 namespace faulttest {
+
+std::string preload_entry() {
+    std::string preload = "LD_PRELOAD=";
+    if (std::strlen(TARVEX_PRELOAD_FIRST) > 0) preload += std::string(TARVEX_PRELOAD_FIRST) + ":";
+    return preload + TARVEX_FAULT_LIBRARY;
+}
 
 call_log read_call_log(const std::string& path) {
     call_log log;
