@@ -180,76 +180,56 @@ void job::run() {
             fail(kOpenFailed);
             return;
         }
-        if (!image_lies_in_input(size)) {
-            fail(kReadFailed);
-            return;
-        }
-        if (!settings) {
-            placement place{source, 1};
-            int failures = 0;
-            switch (copy_image(size, &place, 1, &failures)) {
-                case copy_status::read_failed: fail(kReadFailed); return;
-                case copy_status::write_failed: fail(kImageWriteFailed, failures); return;
-                case copy_status::ok: break;
-            }
-            if (!write_at(out_.get(), &header_, swap_header_bytes, 0)) {
-                fail(kHeaderWriteFailed);
-                return;
-            }
-            complete();
-            return;
-        }
-        // Both passes in one: the output was just truncated, so its final bytes
-        // are those of the swap pass's image and header overlaid by the
-        // settings pass's image and header. The swap header survives only
-        // where the settings header is shorter and no image covers it.
-        if (swap_header_bytes > settings_header_bytes) {
-            const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&header_);
-            if (!write_at(out_.get(), bytes + settings_header_bytes,
-                          swap_header_bytes - settings_header_bytes, settings_header_bytes)) {
-                fail(kHeaderWriteFailed);
-                return;
-            }
-        }
-    } else {
-        // The settings pass reuses an existing output file without truncating it.
-        if (!open_output(O_RDWR) && !open_output(O_WRONLY | O_CREAT | O_TRUNC)) return;
-        if (!image_lies_in_input(size)) {
-            fail(kReadFailed);
+    } else if (!open_output(O_RDWR) && !open_output(O_WRONLY | O_CREAT | O_TRUNC)) {
+        // The settings pass reuses an existing output file without truncating
+        // it; when it can open nothing the job ends without a word.
+        return;
+    }
+    if (!image_lies_in_input(size)) {
+        fail(kReadFailed);
+        return;
+    }
+
+    // Both passes are written in one go: the output was just truncated, so
+    // its final bytes are the swap pass's image and header overlaid by the
+    // settings pass's image and header. The swap header survives only where
+    // the settings header is shorter and no image covers it.
+    if (swap && settings && swap_header_bytes > settings_header_bytes) {
+        const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&header_);
+        if (!write_at(out_.get(), bytes + settings_header_bytes,
+                      swap_header_bytes - settings_header_bytes, settings_header_bytes)) {
+            fail(kHeaderWriteFailed);
             return;
         }
     }
 
-    if (header_.image_offset != uint32_t(g_byteOffset) ||
-        uint32_t(g_byteOffset) != element.data_offset) {
-        header_.image_offset = uint32_t(g_byteOffset);
-        element.data_offset = uint32_t(g_byteOffset);
-    }
-
-    // The settings pass's image write counts twice when it falls short.
-    placement places[2] = {{source, 1}, {target, 2}};
+    // The swap pass writes the image where it was; the settings pass writes it
+    // at the run's offset, and a short write there counts twice. Rewriting the
+    // same bytes at the same place is skipped.
+    placement places[2];
     int count = 0;
-    const placement* first = places;
-    if (!swap) {
-        first = &places[1];
-        count = 1;
-    } else {
-        count = target == source ? 1 : 2;  // rewriting the same bytes in place is a no-op
-    }
+    if (swap) places[count++] = {source, 1};
+    if (settings && !(swap && target == source)) places[count++] = {target, 2};
     int failures = 0;
-    switch (copy_image(size, first, count, &failures)) {
+    switch (copy_image(size, places, count, &failures)) {
         case copy_status::read_failed: fail(kReadFailed); return;
         case copy_status::write_failed: fail(kImageWriteFailed, failures); return;
         case copy_status::ok: break;
     }
 
-    element.ref_low_data = uint32_t(g_lowData);
-    element.ref_high_data = uint32_t(g_highData);
-    element.transfer = uint8_t(g_transfer & 0xff);
-    element.descriptor = 50;
-    element.packing = 1;
-    if (!write_at(out_.get(), &header_, settings_header_bytes, 0)) {
-        fail_keeping_output(kHeaderWriteFailed);
+    if (settings) {
+        header_.image_offset = uint32_t(g_byteOffset);
+        element.data_offset = uint32_t(g_byteOffset);
+        element.ref_low_data = uint32_t(g_lowData);
+        element.ref_high_data = uint32_t(g_highData);
+        element.transfer = uint8_t(g_transfer & 0xff);
+        element.descriptor = 50;
+        element.packing = 1;
+    }
+    if (!write_at(out_.get(), &header_, settings ? settings_header_bytes : swap_header_bytes, 0)) {
+        // A failed settings-pass header leaves its output file in place.
+        if (settings) fail_keeping_output(kHeaderWriteFailed);
+        else fail(kHeaderWriteFailed);
         return;
     }
     complete();
