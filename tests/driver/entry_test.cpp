@@ -38,40 +38,45 @@ protected:
     bytes frame;  // a.dpx, big-endian, as written
 };
 
-TEST_F(Entry, NoOperandsIsRefusedBeforeAnyJob) {
-    EXPECT_EQ(std::string(kPlainBanner) + kNoFiles, run({}));
-    EXPECT_EQ(std::string(kPlainBanner) + kNoFiles, run({"-t", "3", "-f"}));
-}
-
-TEST_F(Entry, ByteOffsetBelow2048IsRefused) {
-    for (const char* offset : {"2047", "0", "abc", "-2"}) {
-        EXPECT_EQ(std::string(kPlainBanner) + kLowOffset, run({"-o", offset, "a.dpx"})) << offset;
-        EXPECT_TRUE(untouched()) << offset;
+TEST_F(Entry, RefusalsAndEarlyEndsTouchNoFile) {
+    const std::string banner = kPlainBanner;
+    ASSERT_TRUE(testdata::write_file(dir / "empty.txt", bytes()));
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{}, banner + kNoFiles},
+        {{"-t", "3", "-f"}, banner + kNoFiles},
+        {{"-o", "2047", "a.dpx"}, banner + kLowOffset},
+        {{"-o", "0", "a.dpx"}, banner + kLowOffset},
+        {{"-o", "abc", "a.dpx"}, banner + kLowOffset},
+        {{"-o", "-2", "a.dpx"}, banner + kLowOffset},
+        // -z ends the run before any file; without its value it is an
+        // unknown option, and no operands remain.
+        {{"-z", "anything", "a.dpx"}, banner + "v3.1 beta 1\n"},
+        {{"-z"}, banner + "Unrecognized option: z\n" + kNoFiles},
+        {{"-l", "missing.txt", "a.dpx"}, banner + kNoJobs},
+        {{"-l", "empty.txt"}, banner + kNoJobs},
+    };
+    for (const auto& [args, expected] : cases) {
+        SCOPED_TRACE(testing::PrintToString(args));
+        EXPECT_EQ(expected, run(args));
+        EXPECT_TRUE(untouched());
     }
 }
 
-TEST_F(Entry, ByteOffset2048AndMinusOneAreAccepted) {
-    EXPECT_EQ(testrun::golden("convert_big_endian.txt"), run({"-o", "2048", "a.dpx"}));
-    ASSERT_TRUE(testdata::write_file(dir / "a.dpx", frame));
-    EXPECT_EQ(testrun::golden("convert_big_endian.txt"), run({"-o", "-1", "a.dpx"}));
-    EXPECT_EQ(testdata::converted(frame, dpx_layout{}), testdata::read_file(dir / "a.dpx"));
-}
-
-TEST_F(Entry, VersionOptionEndsTheRunBeforeAnyFile) {
-    EXPECT_EQ(std::string(kPlainBanner) + "v3.1 beta 1\n", run({"-z", "anything", "a.dpx"}));
-    EXPECT_TRUE(untouched());
-    // Without its value -z is an unknown option, and no operands remain.
-    EXPECT_EQ(std::string(kPlainBanner) + "Unrecognized option: z\n" + kNoFiles, run({"-z"}));
-}
-
-TEST_F(Entry, FlagOptionIsAcceptedSilently) {
-    EXPECT_EQ(testrun::golden("convert_big_endian.txt"), run({"-f", "a.dpx"}));
-    EXPECT_FALSE(untouched());
-}
-
-TEST_F(Entry, UnknownOptionIsReportedInOrderAndTheRunGoesOn) {
-    EXPECT_EQ(testrun::golden("unrecognized_option.txt"), run({"-x", "a.dpx"}));
-    EXPECT_EQ(testdata::converted(frame, dpx_layout{}), testdata::read_file(dir / "a.dpx"));
+TEST_F(Entry, AcceptedOptionsConvertTheFile) {
+    // 2048 and -1 are valid offsets, -f is accepted silently, and an unknown
+    // option is reported in order while the run goes on.
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
+        {{"-o", "2048", "a.dpx"}, "convert_big_endian.txt"},
+        {{"-o", "-1", "a.dpx"}, "convert_big_endian.txt"},
+        {{"-f", "a.dpx"}, "convert_big_endian.txt"},
+        {{"-x", "a.dpx"}, "unrecognized_option.txt"},
+    };
+    for (const auto& [args, golden] : cases) {
+        SCOPED_TRACE(testing::PrintToString(args));
+        ASSERT_TRUE(testdata::write_file(dir / "a.dpx", frame));
+        EXPECT_EQ(testrun::golden(golden), run(args));
+        EXPECT_EQ(testdata::converted(frame, dpx_layout{}), testdata::read_file(dir / "a.dpx"));
+    }
 }
 
 TEST_F(Entry, OptionsAfterOperandsStillApply) {
@@ -94,13 +99,6 @@ TEST_F(Entry, ListFileLinesAreTheJobsAndOperandsAreIgnored) {
     EXPECT_EQ(testdata::converted(frame, dpx_layout{}), testdata::read_file(dir / "a.dpx"));
     EXPECT_EQ(testdata::converted(second, dpx_layout{}), testdata::read_file(dir / "b.dpx"));
     EXPECT_EQ(ignored, testdata::read_file(dir / "ignored.dpx"));
-}
-
-TEST_F(Entry, MissingOrEmptyListFileRunsNoJob) {
-    EXPECT_EQ(std::string(kPlainBanner) + kNoJobs, run({"-l", "missing.txt", "a.dpx"}));
-    ASSERT_TRUE(testdata::write_file(dir / "empty.txt", bytes()));
-    EXPECT_EQ(std::string(kPlainBanner) + kNoJobs, run({"-l", "empty.txt"}));
-    EXPECT_TRUE(untouched());
 }
 
 TEST_F(Entry, BannerFillsTheTerminalUpTo244Columns) {

@@ -73,31 +73,22 @@ TEST_F(Progress, FourJobsOnTerminalsOf80And120And300Columns) {
     }
 }
 
-TEST_F(Progress, OneQuarterOn80ColumnsFillsTwelveOfFiftyOneCells) {
-    std::string part = progress_part(run(frames(4), 80));
-    std::string quarter = bar_line("\033[80D", "25%  ", 12, 39);
-    ASSERT_EQ(80u + 5u, quarter.size());
-    EXPECT_NE(std::string::npos, part.find("Starting Process..." + std::string(61, ' ') + quarter));
-}
-
-TEST_F(Progress, SingleJobShowsTheStartLineThenAFullBar) {
-    EXPECT_EQ("Starting Process..." + std::string(61, ' ') + bar_line("\033[80D", "100% ", 51, 0),
-              progress_part(run(frames(1), 80)));
-}
-
-TEST_F(Progress, PercentageAndBarTruncate) {
-    EXPECT_EQ("Starting Process..." + std::string(61, ' ') + bar_line("\033[80D", "33%  ", 17, 34) +
-                  bar_line("\033[80D", "66%  ", 34, 17) + bar_line("\033[80D", "100% ", 51, 0),
-              progress_part(run(frames(3), 80)));
-}
-
-TEST_F(Progress, NarrowTerminalShowsPercentageAndTimeWithoutBar) {
-    EXPECT_EQ("Starting Process..." + std::string(6, ' ') + "\033[25D50%  hh:mm:ss" + "\033[25D100% hh:mm:ss",
-              progress_part(run(frames(2), 25)));
-    // 30 columns leave room for a bar of one cell.
-    EXPECT_EQ("Starting Process..." + std::string(11, ' ') + bar_line("\033[30D", "50%  ", 0, 1) +
-                  bar_line("\033[30D", "100% ", 1, 0),
-              progress_part(run(frames(2), 30)));
+TEST_F(Progress, StartLineThenOneBarPerJobWithPercentagesTruncated) {
+    const std::string start = "Starting Process...";
+    struct bar_case { int jobs, columns; std::string progress; };
+    const bar_case cases[] = {
+        {1, 80, start + std::string(61, ' ') + bar_line("\033[80D", "100% ", 51, 0)},
+        {3, 80, start + std::string(61, ' ') + bar_line("\033[80D", "33%  ", 17, 34) +
+                    bar_line("\033[80D", "66%  ", 34, 17) + bar_line("\033[80D", "100% ", 51, 0)},
+        // 25 columns leave no room for a bar; 30 leave room for one cell.
+        {2, 25, start + std::string(6, ' ') + "\033[25D50%  hh:mm:ss" + "\033[25D100% hh:mm:ss"},
+        {2, 30, start + std::string(11, ' ') + bar_line("\033[30D", "50%  ", 0, 1) +
+                    bar_line("\033[30D", "100% ", 1, 0)},
+    };
+    for (const bar_case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.jobs << " jobs on " << c.columns << " columns");
+        EXPECT_EQ(c.progress, progress_part(run(frames(c.jobs), c.columns)));
+    }
 }
 
 TEST_F(Progress, NothingIsDrawnOffATerminal) {

@@ -302,8 +302,10 @@ void run_and_check(const scenario& s, scratch_dir& dir, long fault_at, const cha
 }
 
 // Runs `s` once cleanly, then once per logged call with that call failing,
-// and once more with every read and write cut short and interrupted.
-void fail_every_call(const scenario& s, std::map<std::string, int>* tried = nullptr) {
+// and once more with every read and write cut short and interrupted; prints
+// how many runs met which outcome, so the log shows every fault class tried.
+void fail_every_call(const scenario& s) {
+    std::map<std::string, int> tried;
     scratch_dir dir("tarvex-fault");
     ASSERT_FALSE(dir.path().empty());
     run_folder where{dir / "work", s.folder};
@@ -334,14 +336,9 @@ void fail_every_call(const scenario& s, std::map<std::string, int>* tried = null
             SCOPED_TRACE("call " + std::to_string(call.number) + " " + call.op + " " + call.path + " at " +
                          std::to_string(call.a) + " (" + mode + "), expecting " + name_of(outcomes[current]));
             run_and_check(s, dir, call.number, mode, outcomes, &call);
-            if (tried) ++(*tried)[call.op + "/" + mode + " -> " + name_of(outcomes[current])];
+            ++tried[call.op + "/" + mode + " -> " + name_of(outcomes[current])];
         }
     }
-}
-
-// Prints how many runs met which outcome, so the log of a test run shows
-// every fault class that was tried.
-void print_tried(const std::map<std::string, int>& tried) {
     for (const auto& [what, count] : tried) std::printf("  %3d x %s\n", count, what.c_str());
 }
 
@@ -349,9 +346,7 @@ TEST(FaultInjection, SwapPassOverTwoFramesFailsEachCallInTurn) {
     scenario s;
     s.frames = {swapped_frame("a.dpx"), swapped_frame("b.dpx")};
     s.swap = true;
-    std::map<std::string, int> tried;
-    fail_every_call(s, &tried);
-    print_tried(tried);
+    fail_every_call(s);
 }
 
 TEST(FaultInjection, SettingsPassFailsEachCallInTurn) {
@@ -367,9 +362,7 @@ TEST(FaultInjection, SettingsPassFailsEachCallInTurn) {
     s.frames = {{"host.dpx", input, expected, ""}};
     s.options = {"-t", "2"};
     s.settings = true;
-    std::map<std::string, int> tried;
-    fail_every_call(s, &tried);
-    print_tried(tried);
+    fail_every_call(s);
 }
 
 TEST(FaultInjection, BothPassesMovingTheImageFailEachCallInTurn) {
@@ -388,9 +381,7 @@ TEST(FaultInjection, BothPassesMovingTheImageFailEachCallInTurn) {
     s.options = {"-o", std::to_string(kTarget)};
     s.swap = true;
     s.settings = true;
-    std::map<std::string, int> tried;
-    fail_every_call(s, &tried);
-    print_tried(tried);
+    fail_every_call(s);
 }
 
 TEST(FaultInjection, OutputFolderFailsEachCallInTurn) {
@@ -398,18 +389,14 @@ TEST(FaultInjection, OutputFolderFailsEachCallInTurn) {
     s.frames = {swapped_frame("c.dpx")};
     s.swap = true;
     s.folder = true;
-    std::map<std::string, int> tried;
-    fail_every_call(s, &tried);
-    print_tried(tried);
+    fail_every_call(s);
 }
 
 TEST(FaultInjection, MisnamedCineonFailsEachCallInTurn) {
     bytes input = testdata::make_cineon(true, 16, 8);
     scenario s;
     s.frames = {{"scan.dpx", input, input, "scan.cin"}};
-    std::map<std::string, int> tried;
-    fail_every_call(s, &tried);
-    print_tried(tried);
+    fail_every_call(s);
 }
 
 // The converted frame reaches stable storage, and is closed, before the

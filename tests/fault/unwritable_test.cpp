@@ -106,55 +106,36 @@ TEST(Unwritable, MissingOutputFolderIsNotCreated) {
 }
 
 // A file-size limit just past the image offset: the image write gets part
-// of the way and then fails as on a full disk.
-run_result run_with_size_limit(const std::vector<std::string>& args) {
-    run_options o;
-    o.args = args;
-    o.file_size_limit = 4096 + 20;
-    return testrun::run_tarvex(o);
-}
+// of the way and then fails as on a full disk, in the swap pass, in the
+// settings pass (where it counts twice) and in an output folder, which is
+// left with no partial frame.
+TEST(Unwritable, DiskFullDuringTheImageWrite) {
+    struct disk_full_case { const char* what; std::vector<std::string> args; const char* input; int failed; };
+    const std::vector<disk_full_case> cases = {
+        {"swap pass", {"big.dpx"}, "big.dpx", 1},
+        {"settings pass", {"-t", "2", "host.dpx"}, "host.dpx", 2},
+        {"output folder", {"-c", "out", "big.dpx"}, "big.dpx", 1},
+    };
+    for (const disk_full_case& c : cases) {
+        SCOPED_TRACE(c.what);
+        scratch_dir dir("tarvex-unwritable");
+        two_frames frames;
+        write_frames(dir.path(), frames);
+        ::mkdir((dir / "out").c_str(), 0755);
 
-TEST(Unwritable, DiskFullDuringTheSwapPassImage) {
-    scratch_dir dir("tarvex-unwritable");
-    two_frames frames;
-    write_frames(dir.path(), frames);
+        run_options o;
+        for (const auto& a : c.args) o.args.push_back(a[0] == '-' || a == "2" ? a : dir / a);
+        o.file_size_limit = 4096 + 20;
+        run_result r = testrun::run_tarvex(o);
 
-    run_result r = run_with_size_limit({dir / "big.dpx"});
-
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.errors, std::vector<std::string>{kImageWriteFailed});
-    EXPECT_EQ(r.failed, 1);
-    EXPECT_EQ(testdata::read_file(dir / "big.dpx"), frames.swapped);
-    EXPECT_EQ(dir.names(), (std::vector<std::string>{"big.dpx", "host.dpx"}));
-}
-
-TEST(Unwritable, DiskFullDuringTheSettingsPassImageCountsTwice) {
-    scratch_dir dir("tarvex-unwritable");
-    two_frames frames;
-    write_frames(dir.path(), frames);
-
-    run_result r = run_with_size_limit({"-t", "2", dir / "host.dpx"});
-
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.errors, std::vector<std::string>{kImageWriteFailed});
-    EXPECT_EQ(r.failed, 2);
-    EXPECT_EQ(testdata::read_file(dir / "host.dpx"), frames.host);
-    EXPECT_EQ(dir.names(), (std::vector<std::string>{"big.dpx", "host.dpx"}));
-}
-
-TEST(Unwritable, DiskFullInTheOutputFolderLeavesNoPartialFrame) {
-    scratch_dir dir("tarvex-unwritable");
-    two_frames frames;
-    write_frames(dir.path(), frames);
-    ::mkdir((dir / "out").c_str(), 0755);
-
-    run_result r = run_with_size_limit({"-c", dir / "out", dir / "big.dpx"});
-
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.errors, std::vector<std::string>{kImageWriteFailed});
-    EXPECT_EQ(r.failed, 1);
-    EXPECT_EQ(testdata::read_file(dir / "big.dpx"), frames.swapped);
-    EXPECT_TRUE(dir.names("out").empty());
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.errors, std::vector<std::string>{kImageWriteFailed});
+        EXPECT_EQ(r.failed, c.failed);
+        EXPECT_EQ(testdata::read_file(dir / c.input),
+                  std::string(c.input) == "big.dpx" ? frames.swapped : frames.host);
+        EXPECT_EQ(dir.names(), (std::vector<std::string>{"big.dpx", "host.dpx", "out"}));
+        EXPECT_TRUE(dir.names("out").empty());
+    }
 }
 
 }  // namespace
