@@ -41,12 +41,9 @@ TEST_F(CineonWriterTest, HeaderInHostOrderEvenWhenAskedToSwap) {
         writer.close();
         std::vector<uint8_t> b = testdata::read_file(path);
         ASSERT_EQ(b.size(), 2048u);
-        EXPECT_EQ(u32_at(b, 0), cineon_magic);
-        EXPECT_EQ(u32_at(b, 4), 32256u);
-        EXPECT_EQ(u32_at(b, 8), 1024u);
-        EXPECT_EQ(u32_at(b, 12), 1024u);
-        EXPECT_EQ(u32_at(b, 16), 30208u);
-        EXPECT_EQ(u32_at(b, 20), 12779008u);
+        const std::pair<size_t, uint32_t> words[] = {
+            {0, cineon_magic}, {4, 32256}, {8, 1024}, {12, 1024}, {16, 30208}, {20, 12779008}};
+        for (auto [offset, value] : words) EXPECT_EQ(u32_at(b, offset), value) << "offset " << offset;
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[24])), "V4.5");
         EXPECT_EQ(b[193], 3);
         EXPECT_EQ(b[681], 5);

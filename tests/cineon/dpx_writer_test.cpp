@@ -60,43 +60,27 @@ TEST_F(DpxWriterTest, HeaderFieldsAtTheirOffsets) {
     writer.close();
     std::vector<uint8_t> b = testdata::read_file(path);
     ASSERT_EQ(b.size(), 2048u);
-    EXPECT_EQ(u32_at(b, 0), dpx_magic);
-    EXPECT_EQ(u32_at(b, 4), 8192u);
+    const std::pair<size_t, uint32_t> words[] = {
+        {0, dpx_magic}, {4, 8192},     {16, 12754944}, {24, 1664},    {28, 384},   {32, 6144},
+        {660, 0xFFFFFFFF}, {772, 2048}, {776, 1556},   {1424, 2048},  {1428, 1556}, {784, 64},
+        {792, 940},     {808, 8192},   {1628, 1000},   {1632, 1000},  {1920, 0x01020304}};
+    for (auto [offset, value] : words) EXPECT_EQ(u32_at(b, offset), value) << "offset " << offset;
     EXPECT_EQ(std::vector<uint8_t>(b.begin() + 8, b.begin() + 16), (std::vector<uint8_t>{'v', '1', '.', '0', 0, 0, 0, 0}));
-    EXPECT_EQ(u32_at(b, 16), 12754944u);
-    EXPECT_EQ(u32_at(b, 24), 1664u);
-    EXPECT_EQ(u32_at(b, 28), 384u);
-    EXPECT_EQ(u32_at(b, 32), 6144u);
     EXPECT_TRUE(std::regex_match(text_at(b, 136, 24), std::regex(R"(\d{4}:\d\d:\d\d:\d\d:\d\d:\d\d.*)")))
         << text_at(b, 136, 24);
     EXPECT_EQ(std::vector<uint8_t>(b.begin() + 136, b.begin() + 160), std::vector<uint8_t>(b.begin() + 1532, b.begin() + 1556));
     EXPECT_EQ(text_at(b, 160, 100), "Quillmoor.filmframecodec");
     EXPECT_EQ(text_at(b, 460, 200).size(), 45u);
-    EXPECT_EQ(u32_at(b, 660), 0xFFFFFFFFu);
     EXPECT_EQ(u16_at(b, 768), 0);
     EXPECT_EQ(u16_at(b, 770), 1);
-    EXPECT_EQ(u32_at(b, 772), 2048u);
-    EXPECT_EQ(u32_at(b, 776), 1556u);
-    EXPECT_EQ(u32_at(b, 1424), 2048u);
-    EXPECT_EQ(u32_at(b, 1428), 1556u);
-    EXPECT_EQ(u32_at(b, 784), 64u);
-    EXPECT_EQ(u32_at(b, 792), 940u);
-    EXPECT_FLOAT_EQ(f32_at(b, 796), 2.048f);
     EXPECT_EQ(b[800], 50);
     EXPECT_EQ(b[801], 2);
     EXPECT_EQ(b[803], 10);
     EXPECT_EQ(u16_at(b, 804), 1);
-    EXPECT_EQ(u32_at(b, 808), 8192u);
-    EXPECT_EQ(u32_at(b, 1628), 1000u);
-    EXPECT_EQ(u32_at(b, 1632), 1000u);
-    EXPECT_EQ(u32_at(b, 1920), 0x01020304u);
-    EXPECT_FLOAT_EQ(f32_at(b, 1724), 25.0f);
-    EXPECT_FLOAT_EQ(f32_at(b, 1940), 25.0f);
-    EXPECT_FLOAT_EQ(f32_at(b, 1948), 2.2f);
-    EXPECT_EQ(f32_at(b, 1952), 0.0f) << "black level is never written";
-    EXPECT_FLOAT_EQ(f32_at(b, 1956), 0.5f);
-    EXPECT_FLOAT_EQ(f32_at(b, 1960), 3.0f);
-    EXPECT_FLOAT_EQ(f32_at(b, 1964), 900.0f);
+    // Black level (1952) is never written.
+    const std::pair<size_t, float> reals[] = {{796, 2.048f}, {1724, 25.0f}, {1940, 25.0f}, {1948, 2.2f},
+                                              {1952, 0.0f},  {1956, 0.5f},  {1960, 3.0f},  {1964, 900.0f}};
+    for (auto [offset, value] : reals) EXPECT_FLOAT_EQ(f32_at(b, offset), value) << "offset " << offset;
 
     smptedpx_writer log;
     log.copy_description(writer);

@@ -5,7 +5,6 @@
 #include <iconv.h>
 
 #include <climits>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -33,14 +32,6 @@ TEST(UnicodeTest, Utf8RoundTripsThroughUtf16Units) {
     EXPECT_EQ(units(u), (std::vector<unsigned short>{0x61, 0xE9, 0x20AC, 0xD83D, 0xDE00}));
     EXPECT_EQ(u.capacity(), u.length());
     EXPECT_EQ(utf8(u), text);
-}
-
-TEST(UnicodeTest, AnAccentedLetterIsOneUnitAndCopiesBackTerminated) {
-    unicode u("\xC3\xA9");
-    ASSERT_EQ(u.length(), 1);
-    char buf[4] = {'x', 'x', 'x', 'x'};
-    u.copy_to(buf, sizeof buf, unicode::utf8);
-    EXPECT_EQ(std::string(buf, 3), std::string("\xC3\xA9\0", 3));
 }
 
 TEST(UnicodeTest, UnitsWrittenAsIntegersMatchConvertedOnes) {
@@ -209,30 +200,16 @@ TEST(UnicodeTest, InsertClampsItsPosition) {
     EXPECT_EQ(utf8(u), "Y-abXc");
 }
 
-TEST(UnicodeTest, ThirtyTwoBitNumbersPrintInDecimal) {
-    for (int v : {INT_MIN, -7, 0, 9, INT_MAX}) {
-        char expected[16];
-        std::snprintf(expected, sizeof expected, "%d", v);
-        unicode u;
-        u << v;
-        EXPECT_EQ(utf8(u), expected);
-    }
-    unicode small;
-    small << static_cast<signed char>(-128) << " " << static_cast<short>(-32768) << " "
-          << static_cast<unsigned char>(255) << " " << 4294967295u;
-    EXPECT_EQ(utf8(small), "-128 -32768 255 4294967295");
-}
-
-TEST(UnicodeTest, SixtyFourBitNumbersKeepTheirLowWordLayout) {
+TEST(UnicodeTest, IntegersPrintInDecimalAndSixtyFourBitOnesKeepTheirLowWordLayout) {
     unicode u;
-    u << uint64_t(42) << "|" << uint64_t(0) << "|" << uint64_t(0x100000005ull);
-    EXPECT_EQ(utf8(u), "042|0|05");
-
-    const int64_t big_negative = -5000000000LL;
-    uint32_t low_magnitude = uint32_t(5000000000ULL % 4294967296ULL);
-    unicode s;
-    s << int64_t(-1) << "|" << big_negative << "|" << int64_t(0);
-    EXPECT_EQ(utf8(s), "-1|-" + std::to_string(low_magnitude) + "|0");
+    u << INT_MIN << "|" << -7 << "|" << 0 << "|" << INT_MAX << "|" << static_cast<signed char>(-128) << "|"
+      << static_cast<short>(-32768) << "|" << static_cast<unsigned char>(255) << "|" << 4294967295u;
+    EXPECT_EQ(utf8(u), "-2147483648|-7|0|2147483647|-128|-32768|255|4294967295");
+    // The 64-bit forms print in their own low-word layout, pinned here as is.
+    unicode wide;
+    wide << uint64_t(42) << "|" << uint64_t(0) << "|" << uint64_t(0x100000005ull) << "|" << int64_t(-1) << "|"
+         << int64_t(-5000000000LL) << "|" << int64_t(0);
+    EXPECT_EQ(utf8(wide), "042|0|05|-1|-705032704|0");
 }
 
 TEST(UnicodeTest, DoublesCarryNineSinglePrecisionFractionDigits) {
