@@ -10,15 +10,9 @@
 
 namespace {
 
-using testdata::host_word;
+using testdata::f32_at;
+using testdata::u32_at;
 using testrun::scratch_dir;
-
-uint32_t u32_at(const std::vector<uint8_t>& b, size_t off) { return host_word(&b.at(off)); }
-float f32_at(const std::vector<uint8_t>& b, size_t off) {
-    float v;
-    std::memcpy(&v, &b.at(off), 4);
-    return v;
-}
 
 class CineonWriterTest : public ::testing::Test {
 protected:

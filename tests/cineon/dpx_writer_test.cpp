@@ -12,23 +12,11 @@
 
 namespace {
 
-using testdata::host_word;
+using testdata::f32_at;
+using testdata::u32_at;
+using testdata::text_at;
+using testdata::u16_at;
 using testrun::scratch_dir;
-
-uint32_t u32_at(const std::vector<uint8_t>& b, size_t off) { return host_word(&b.at(off)); }
-uint16_t u16_at(const std::vector<uint8_t>& b, size_t off) {
-    uint16_t v;
-    std::memcpy(&v, &b.at(off), 2);
-    return v;
-}
-float f32_at(const std::vector<uint8_t>& b, size_t off) {
-    float v;
-    std::memcpy(&v, &b.at(off), 4);
-    return v;
-}
-std::string text_at(const std::vector<uint8_t>& b, size_t off, size_t max) {
-    return std::string(reinterpret_cast<const char*>(&b.at(off)), strnlen(reinterpret_cast<const char*>(&b.at(off)), max));
-}
 
 class DpxWriterTest : public ::testing::Test {
 protected:

@@ -2,20 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
 
 namespace {
 
@@ -35,25 +33,6 @@ std::string base_of(const file& f) {
 std::string extension_of(const file& f) {
     char buf[256];
     return f.extension(buf, sizeof buf);
-}
-
-// Everything written to descriptor 1 while `body` runs.
-std::string stdout_of(const std::function<void()>& body) {
-    std::fflush(stdout);
-    int pipe_fds[2];
-    if (::pipe(pipe_fds) != 0) return "<no pipe>";
-    int saved = ::dup(1);
-    ::dup2(pipe_fds[1], 1);
-    ::close(pipe_fds[1]);
-    body();
-    ::dup2(saved, 1);
-    ::close(saved);
-    std::string out;
-    char buf[256];
-    ssize_t n;
-    while ((n = ::read(pipe_fds[0], buf, sizeof buf)) > 0) out.append(buf, size_t(n));
-    ::close(pipe_fds[0]);
-    return out;
 }
 
 TEST(FileTest, AssignSetsFormSizeAndPointers) {
@@ -235,9 +214,9 @@ TEST(FileTest, PackWritesSizeTextAndForm) {
 TEST(FileTest, PackingWithoutABufferPrintsAndChangesNothing) {
     file f("/keep");
     uint32_t size = 77;
-    EXPECT_EQ(stdout_of([&] { EXPECT_EQ(f.pack_data(nullptr, &size), 1); }),
+    EXPECT_EQ(testrun::stdout_of([&] { EXPECT_EQ(f.pack_data(nullptr, &size), 1); }),
               "file::pack_data, ERROR no buffer to pack the data in.\n");
-    EXPECT_EQ(stdout_of([&] { EXPECT_EQ(f.unpack_data(nullptr, &size), 1); }),
+    EXPECT_EQ(testrun::stdout_of([&] { EXPECT_EQ(f.unpack_data(nullptr, &size), 1); }),
               " file::unpack_data, ERROR no buffer to unpack.\n");
     EXPECT_EQ(size, 77u);
     EXPECT_STREQ(f.c_str(), "/keep");
@@ -245,22 +224,9 @@ TEST(FileTest, PackingWithoutABufferPrintsAndChangesNothing) {
 
 class FileSystemTest : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "tarvex-file-XXXXXX").string();
-        std::vector<char> buf(pattern.begin(), pattern.end());
-        buf.push_back(0);
-        ASSERT_NE(::mkdtemp(buf.data()), nullptr);
-        root = buf.data();
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::remove_all(root, ignored);
-    }
-    std::string at(const std::string& relative) const { return root + "/" + relative; }
-    void touch(const std::string& relative, const std::string& content = "x") {
-        std::ofstream(at(relative), std::ios::binary) << content;
-    }
-    std::string root;
+    std::string at(const std::string& relative) const { return dir / relative; }
+    void touch(const std::string& relative, const std::string& content = "x") { dir.touch(relative, content); }
+    testrun::scratch_dir dir{"tarvex-file"};
 };
 
 TEST_F(FileSystemTest, ExistsTellsFilesFromDirectoriesAndKeepsTheForm) {
@@ -268,7 +234,7 @@ TEST_F(FileSystemTest, ExistsTellsFilesFromDirectoriesAndKeepsTheForm) {
     int is_dir = -1;
     EXPECT_TRUE(file(at("f").c_str()).exists(&is_dir));
     EXPECT_EQ(is_dir, 0);
-    EXPECT_TRUE(file(root.c_str()).exists(&is_dir));
+    EXPECT_TRUE(file(dir.path().c_str()).exists(&is_dir));
     EXPECT_EQ(is_dir, 1);
     EXPECT_FALSE(file(at("missing").c_str()).exists());
     EXPECT_FALSE(file().exists());
@@ -316,9 +282,7 @@ TEST_F(FileSystemTest, CopyKeepsContentAndMode) {
     int result = file(at("src").c_str()).copy_to(file(at("dst").c_str()));
     ::umask(old_mask);
     ASSERT_EQ(result, 0);
-    std::ifstream in(at("dst"), std::ios::binary);
-    std::string copied((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(copied, content);
+    EXPECT_EQ(testdata::read_file(at("dst")), testdata::bytes(content.begin(), content.end()));
     struct stat st;
     ASSERT_EQ(::stat(at("dst").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0666u);

@@ -2,44 +2,19 @@
 
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <string>
 #include <vector>
+
+#include "support/tarvex_process.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// A fresh folder under the system's temporary folder, removed with its contents.
-class TempFolder {
-public:
-    TempFolder() {
-        std::string pattern = (fs::temp_directory_path() / "kel_utils_XXXXXX").string();
-        std::vector<char> text(pattern.begin(), pattern.end());
-        text.push_back(0);
-        if (mkdtemp(text.data())) path_ = text.data();
-    }
-    ~TempFolder() {
-        std::error_code ignored;
-        if (!path_.empty()) fs::remove_all(path_, ignored);
-    }
-    // The folder path with a trailing "/".
-    std::string slash() const { return path_.string() + "/"; }
-    // Creates an empty file (and its folders) at `relative`.
-    void touch(const std::string& relative) const {
-        fs::create_directories((path_ / relative).parent_path());
-        std::ofstream(path_ / relative).put('x');
-    }
-    const fs::path& path() const { return path_; }
-
-private:
-    fs::path path_;
-};
+using testrun::scratch_dir;
 
 // A buffer of `size` bytes followed by guard bytes that must stay untouched.
 struct Guarded {
@@ -237,22 +212,22 @@ TEST(KelUtilsSanitizeTest, SmallBuffersAndEmptyInput) {
     EXPECT_STREQ(out, "");
 }
 
-int frame_range(const TempFolder& dir, const char* base, const char* ext, int style,
+int frame_range(const scratch_dir& dir, const char* base, const char* ext, int style,
                 std::string* text, size_t limit = 64) {
     char out[256] = "stale";
-    int result = kel_utils::get_frame_range(dir.slash().c_str(), base, ext, style, out, limit);
+    int result = kel_utils::get_frame_range((dir / "").c_str(), base, ext, style, out, limit);
     *text = out;
     return result;
 }
 
 TEST(KelUtilsFrameRangeTest, SpansFramesWithGapsAndSkipsOtherNames) {
-    TempFolder dir;
+    scratch_dir dir;
     ASSERT_FALSE(dir.path().empty());
     for (const char* name : {"shot.0001.dpx", "shot.0002.dpx", "shot.0003.dpx", "shot.0010.dpx",
                              "take.0050.dpx", "shot.0099.tif", "shot.0098.DPX", "SHOT.0097.dpx",
                              "shot0077.dpx", "shot 0066.dpx", ".shot.0400.dpx", "xshot.0300.dpx"})
         dir.touch(name);
-    fs::create_directory(dir.path() / "shot.0500.dpx");
+    fs::create_directory(dir / "shot.0500.dpx");
     std::string text;
     EXPECT_EQ(frame_range(dir, "shot", ".dpx", 0, &text), 0);
     EXPECT_EQ(text, "1-10");
@@ -270,7 +245,7 @@ TEST(KelUtilsFrameRangeTest, SpansFramesWithGapsAndSkipsOtherNames) {
 }
 
 TEST(KelUtilsFrameRangeTest, ReportsNoFramesAndUnreadableFolders) {
-    TempFolder dir;
+    scratch_dir dir;
     dir.touch("other.0001.dpx");
     std::string text;
     EXPECT_EQ(frame_range(dir, "shot", ".dpx", 0, &text), 1);
@@ -282,10 +257,10 @@ TEST(KelUtilsFrameRangeTest, ReportsNoFramesAndUnreadableFolders) {
     // Tests may run as root, where permissions do not stop opendir: a regular
     // file and a missing path are folders that cannot be read.
     char out[16] = "stale";
-    std::string file = (dir.path() / "other.0001.dpx").string();
+    std::string file = dir / "other.0001.dpx";
     EXPECT_EQ(kel_utils::get_frame_range(file.c_str(), "shot", ".dpx", 0, out, 16), 3);
     EXPECT_STREQ(out, "");
-    std::string missing = (dir.path() / "missing/").string();
+    std::string missing = dir / "missing/";
     EXPECT_EQ(kel_utils::get_frame_range(missing.c_str(), "shot", ".dpx", 0, out, 16), 3);
 }
 
@@ -297,43 +272,42 @@ std::set<std::string> found(const common::stack<kel_fileResult_t*>& results) {
 }
 
 TEST(KelUtilsFindTest, StopsAfterTheFirstHitInANestedTree) {
-    TempFolder dir;
+    scratch_dir dir;
     std::set<std::string> every;
     for (const char* name : {"a/deep/er/Shot_1.dpx", "b/deep/shot_2.dpx", "c/shot_3.dpx", "d/e/shot_4.dpx"}) {
         dir.touch(name);
-        every.insert(dir.slash() + name);
+        every.insert(dir / name);
     }
 
     common::stack<kel_fileResult_t*> results(kel_utils::release_result);
     kel_fileQuery_t query;
     query.prefix = "SHOT_";
-    EXPECT_TRUE(kel_utils::find_files(results, query, dir.slash().c_str()));
+    EXPECT_TRUE(kel_utils::find_files(results, query, (dir / "").c_str()));
     ASSERT_EQ(results.size(), 1);
     EXPECT_EQ(every.count(*found(results).begin()), 1u);
 }
 
 TEST(KelUtilsFindTest, MatchesPrefixesInOneFolderAndHonoursTypeLists) {
-    TempFolder dir;
+    scratch_dir dir;
     for (const char* name : {"shot.0001.dpx", "Shot.0002.dpx", "take.0001.dpx", ".shot.0003.dpx"})
         dir.touch(name);
-    fs::create_directory(dir.path() / "shots");
+    fs::create_directory(dir / "shots");
     common::stack<kel_fileResult_t*> results(kel_utils::release_result);
     kel_fileQuery_t query;
     query.prefix = "shot";
-    EXPECT_TRUE(kel_utils::find_files(results, query, dir.slash().c_str()));
-    std::set<std::string> expected = {dir.slash() + "shot.0001.dpx", dir.slash() + "Shot.0002.dpx",
-                                      dir.slash() + "shots"};
+    EXPECT_TRUE(kel_utils::find_files(results, query, (dir / "").c_str()));
+    std::set<std::string> expected = {dir / "shot.0001.dpx", dir / "Shot.0002.dpx", dir / "shots"};
     EXPECT_EQ(found(results), expected);
 
     common::stack<kel_fileResult_t*> typed(kel_utils::release_result);
     const uint32_t dpx_type = 0x44505820;
     query.types = &dpx_type;
     query.type_count = 1;
-    EXPECT_FALSE(kel_utils::find_files(typed, query, dir.slash().c_str()));
+    EXPECT_FALSE(kel_utils::find_files(typed, query, (dir / "").c_str()));
     EXPECT_EQ(typed.size(), 0);
     query.types = nullptr;
     query.type_count = 0;
-    EXPECT_FALSE(kel_utils::find_files(typed, query, (dir.slash() + "missing/").c_str()));
+    EXPECT_FALSE(kel_utils::find_files(typed, query, (dir / "missing/").c_str()));
 }
 
 }  // namespace

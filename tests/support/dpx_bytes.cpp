@@ -184,6 +184,32 @@ uint32_t host_word(const uint8_t* p) {
     return w;
 }
 
+uint16_t u16_at(const bytes& b, size_t at) {
+    b.at(at + 1);
+    uint16_t v;
+    std::memcpy(&v, &b[at], 2);
+    return v;
+}
+
+uint32_t u32_at(const bytes& b, size_t at) {
+    b.at(at + 3);
+    return host_word(&b[at]);
+}
+
+float f32_at(const bytes& b, size_t at) {
+    b.at(at + 3);
+    float v;
+    std::memcpy(&v, &b[at], 4);
+    return v;
+}
+
+std::string text_at(const bytes& b, size_t at, size_t max) {
+    b.at(at);
+    std::string text;
+    for (size_t i = at; i < b.size() && text.size() < max && b[i] != 0; ++i) text += char(b[i]);
+    return text;
+}
+
 byte_image dpx_file(bool big, uint32_t width, uint32_t height, uint8_t descriptor, uint8_t bits, uint16_t packing,
                     size_t data_bytes) {
     byte_image f(dpx_test_offset + data_bytes, big);

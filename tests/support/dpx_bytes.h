@@ -78,6 +78,14 @@ bytes with_fields_reversed(bytes image, const std::vector<std::pair<size_t, int>
 
 // A host-order 32-bit word from four bytes.
 uint32_t host_word(const uint8_t* p);
+// The host-order 16-bit integer at `at` in `b`; throws when `b` is too short.
+uint16_t u16_at(const bytes& b, size_t at);
+// The host-order 32-bit integer at `at` in `b`; throws when `b` is too short.
+uint32_t u32_at(const bytes& b, size_t at);
+// The host-order float at `at` in `b`; throws when `b` is too short.
+float f32_at(const bytes& b, size_t at);
+// The text at `at` in `b` up to its NUL, at most `max` bytes long.
+std::string text_at(const bytes& b, size_t at, size_t max);
 
 // Offset of the image data in the files dpx_file builds.
 constexpr uint32_t dpx_test_offset = 2048;

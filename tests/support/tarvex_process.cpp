@@ -245,6 +245,15 @@ std::string scratch_dir::write(const std::string& name, const std::vector<uint8_
     return out ? file : std::string();
 }
 
+std::string scratch_dir::touch(const std::string& name, const std::string& text) const {
+    std::string file = *this / name;
+    std::error_code ignored;
+    fs::create_directories(fs::path(file).parent_path(), ignored);
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    out << text;
+    return out ? file : std::string();
+}
+
 std::vector<std::string> scratch_dir::names(const std::string& sub) const {
     std::vector<std::string> found;
     std::error_code ignored;
@@ -259,6 +268,25 @@ void scratch_dir::empty() const {
     make_writable(path_);
     std::error_code ignored;
     for (const auto& name : names()) fs::remove_all(fs::path(path_) / name, ignored);
+}
+
+std::string stdout_of(const std::function<void()>& body) {
+    std::fflush(stdout);
+    FILE* capture = std::tmpfile();
+    if (!capture) return "<no capture file>";
+    int saved = ::dup(1);
+    ::dup2(fileno(capture), 1);
+    body();
+    std::fflush(stdout);
+    ::dup2(saved, 1);
+    ::close(saved);
+    std::string out;
+    std::rewind(capture);
+    char buf[256];
+    size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, capture)) > 0) out.append(buf, n);
+    std::fclose(capture);
+    return out;
 }
 
 bool exists(const std::string& path) {

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -91,6 +92,9 @@ public:
     // Writes `bytes` to the file `name` in the folder and returns its path;
     // empty when the file could not be written.
     std::string write(const std::string& name, const std::vector<uint8_t>& bytes) const;
+    // Writes `text` to the file `name` in the folder, making its missing
+    // sub-folders, and returns its path; empty when it could not be written.
+    std::string touch(const std::string& name, const std::string& text = "x") const;
     // The names in the folder (or in its sub-folder `sub`), sorted, without "." and "..".
     std::vector<std::string> names(const std::string& sub = "") const;
     // Removes everything inside the folder, keeping the folder.
@@ -99,6 +103,9 @@ public:
 private:
     std::string path_;
 };
+
+// Everything written to descriptor 1 while `body` runs.
+std::string stdout_of(const std::function<void()>& body);
 
 // True when `path` exists (as anything).
 bool exists(const std::string& path);
