@@ -39,10 +39,8 @@ TEST_F(CineonWriterTest, HeaderInHostOrderEvenWhenAskedToSwap) {
             {0, cineon_magic}, {4, 32256}, {8, 1024}, {12, 1024}, {16, 30208}, {20, 12779008}};
         for (auto [offset, value] : words) EXPECT_EQ(u32_at(b, offset), value) << "offset " << offset;
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[24])), "V4.5");
-        EXPECT_EQ(b[193], 3);
-        EXPECT_EQ(b[681], 5);
-        EXPECT_EQ(b[143], 0);
-        EXPECT_EQ(b[155], 0);
+        for (auto [offset, value] : {std::pair<size_t, int>{193, 3}, {681, 5}, {143, 0}, {155, 0}})
+            EXPECT_EQ(b[offset], value) << "offset " << offset;
         EXPECT_EQ(std::vector<uint8_t>(b.begin() + 132, b.begin() + 156),
                   std::vector<uint8_t>(b.begin() + 820, b.begin() + 844));
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[844])), "Workstation");

@@ -59,12 +59,10 @@ TEST_F(DpxWriterTest, HeaderFieldsAtTheirOffsets) {
     EXPECT_EQ(std::vector<uint8_t>(b.begin() + 136, b.begin() + 160), std::vector<uint8_t>(b.begin() + 1532, b.begin() + 1556));
     EXPECT_EQ(text_at(b, 160, 100), "Quillmoor.filmframecodec");
     EXPECT_EQ(text_at(b, 460, 200).size(), 45u);
-    EXPECT_EQ(u16_at(b, 768), 0);
-    EXPECT_EQ(u16_at(b, 770), 1);
-    EXPECT_EQ(b[800], 50);
-    EXPECT_EQ(b[801], 2);
-    EXPECT_EQ(b[803], 10);
-    EXPECT_EQ(u16_at(b, 804), 1);
+    for (auto [offset, value] : {std::pair<size_t, int>{768, 0}, {770, 1}, {804, 1}})
+        EXPECT_EQ(u16_at(b, offset), value) << "offset " << offset;
+    for (auto [offset, value] : {std::pair<size_t, int>{800, 50}, {801, 2}, {803, 10}})
+        EXPECT_EQ(b[offset], value) << "offset " << offset;
     // Black level (1952) is never written.
     const std::pair<size_t, float> reals[] = {{796, 2.048f}, {1724, 25.0f}, {1940, 25.0f}, {1948, 2.2f},
                                               {1952, 0.0f},  {1956, 0.5f},  {1960, 3.0f},  {1964, 900.0f}};
@@ -79,10 +77,9 @@ TEST_F(DpxWriterTest, HeaderFieldsAtTheirOffsets) {
     b = testdata::read_file(path);
     EXPECT_EQ(b[801], 3);
     EXPECT_EQ(u16_at(b, 804), 0);
-    EXPECT_EQ(u32_at(b, 4), 4096u);
-    EXPECT_EQ(u32_at(b, 808), 4096u);
-    EXPECT_EQ(u32_at(b, 16), 4096u + 2048u * 1556u * 4u);
-    EXPECT_EQ(u32_at(b, 32), 2048u);
+    for (auto [offset, value] :
+         {std::pair<size_t, uint32_t>{4, 4096}, {808, 4096}, {16, 4096 + 2048 * 1556 * 4}, {32, 2048}})
+        EXPECT_EQ(u32_at(b, offset), value) << "offset " << offset;
 }
 
 TEST_F(DpxWriterTest, RefusesOnlyWhenChannelsAndDescriptorAreBothWrong) {

@@ -106,19 +106,24 @@ TEST(FileTest, AppendsGrowTheBufferAndKeepTheText) {
 }
 
 TEST(FileTest, NameBaseNameAndExtension) {
-    file f("/shots/reel.1/scan.0001.dpx");
-    EXPECT_EQ(name_of(f), "scan.0001.dpx");
-    EXPECT_EQ(base_of(f), "scan.0001");
-    EXPECT_EQ(extension_of(f), "dpx");
-    file dir("/shots/reel.1///");
-    EXPECT_EQ(name_of(dir), "reel.1");
-    EXPECT_EQ(extension_of(dir), "1");
-    file plain("scan");
-    EXPECT_EQ(name_of(plain), "scan");
-    EXPECT_EQ(base_of(plain), "scan");
-    EXPECT_EQ(extension_of(plain), "");
-    EXPECT_EQ(extension_of(file("/a.b/scan")), "") << "a dot in a folder name is no extension";
+    // A dot in a folder name is no extension; trailing separators are skipped.
+    struct case_t {
+        const char *path, *name, *base, *extension;
+    } cases[] = {
+        {"/shots/reel.1/scan.0001.dpx", "scan.0001.dpx", "scan.0001", "dpx"},
+        {"/shots/reel.1///", "reel.1", "reel", "1"},
+        {"scan", "scan", "scan", ""},
+        {"/a.b/scan", "scan", "scan", ""},
+    };
+    for (const case_t& c : cases) {
+        SCOPED_TRACE(c.path);
+        file f(c.path);
+        EXPECT_EQ(name_of(f), c.name);
+        EXPECT_EQ(base_of(f), c.base);
+        EXPECT_EQ(extension_of(f), c.extension);
+    }
 
+    file f("/shots/reel.1/scan.0001.dpx");
     char small[4] = "xyz";
     EXPECT_STREQ(f.name(small, sizeof small), "sca");
     char untouched[4] = "xyz";

@@ -46,25 +46,20 @@ Split split(const std::string& name, int style) {
 }
 
 TEST(KelUtilsStyleTest, TellsTheThreeFormsAndNamesWithoutFrames) {
-    EXPECT_EQ(kel_utils::naming_style("shot.0001.dpx"), 0);
-    EXPECT_EQ(kel_utils::naming_style("shot0001.dpx"), 1);
-    EXPECT_EQ(kel_utils::naming_style("shot_0001.dpx"), 1);
-    EXPECT_EQ(kel_utils::naming_style("shot 0001.dpx"), 2);
-    EXPECT_EQ(kel_utils::naming_style("shot0001"), 0);
-    EXPECT_EQ(kel_utils::naming_style(nullptr), 0);
     // A plain name counts as attached: the walk stops on the letter before the dot.
-    EXPECT_EQ(kel_utils::naming_style("shot.dpx"), 1);
-    EXPECT_TRUE(kel_utils::is_attached_numbered("shot.dpx"));
     // A name made only of digits stops the walk on its first character.
-    EXPECT_EQ(kel_utils::naming_style("0001.dpx"), 1);
-
-    EXPECT_TRUE(kel_utils::is_space_numbered("my shot 0001.dpx"));
-    EXPECT_FALSE(kel_utils::is_space_numbered("shot.0001.dpx"));
-    EXPECT_FALSE(kel_utils::is_space_numbered("shot 0001"));
-    EXPECT_TRUE(kel_utils::is_attached_numbered("shot-12.tif"));
-    EXPECT_FALSE(kel_utils::is_attached_numbered("shot 0001.dpx"));
-    EXPECT_FALSE(kel_utils::is_attached_numbered("shot.0001.dpx"));
-    EXPECT_FALSE(kel_utils::is_attached_numbered("shot0001"));
+    struct Case { const char* name; int style; bool space, attached; };
+    for (const Case& c : {Case{"shot.0001.dpx", 0, false, false}, Case{"shot0001.dpx", 1, false, true},
+                          Case{"shot_0001.dpx", 1, false, true},  Case{"shot 0001.dpx", 2, true, false},
+                          Case{"my shot 0001.dpx", 2, true, false}, Case{"shot-12.tif", 1, false, true},
+                          Case{"shot0001", 0, false, false},     Case{"shot 0001", 0, false, false},
+                          Case{"shot.dpx", 1, false, true},      Case{"0001.dpx", 1, false, true},
+                          Case{nullptr, 0, false, false}}) {
+        SCOPED_TRACE(c.name ? c.name : "null");
+        EXPECT_EQ(kel_utils::naming_style(c.name), c.style);
+        EXPECT_EQ(kel_utils::is_space_numbered(c.name), c.space);
+        EXPECT_EQ(kel_utils::is_attached_numbered(c.name), c.attached);
+    }
 }
 
 TEST(KelUtilsStyleTest, RefusesNamesBeyondSixteenBitIndexes) {
@@ -173,40 +168,32 @@ std::string sanitized(const std::string& text, size_t size = 2048) {
     return out.data();
 }
 
-TEST(KelUtilsSanitizeTest, ReplacesExactlyTheUnsafeCharacters) {
+TEST(KelUtilsSanitizeTest, ReplacesTheUnsafeCharactersKeepsNonAsciiAndCutsTo256Units) {
     const std::string unsafe = "/:\\\";*?<>|@+=~!#$%&^()[]{}";
     ASSERT_EQ(unsafe.size(), 26u);
-    std::string all, expected;
+    std::string printable, safe;
     for (char c = ' '; c <= '~'; ++c) {
-        all += c;
-        expected += unsafe.find(c) == std::string::npos ? c : '_';
+        printable += c;
+        safe += unsafe.find(c) == std::string::npos ? c : '_';
     }
-    EXPECT_EQ(sanitized(all), expected);
-    EXPECT_EQ(kel_utils::sanitize_name(all), expected);
-    EXPECT_EQ(sanitized("a/b:c"), "a_b_c");
-}
-
-TEST(KelUtilsSanitizeTest, KeepsNonAsciiTextAndCutsTo256Units) {
     const std::string mixed = "Caf\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x8e\xac-1_2.dpx";
-    EXPECT_EQ(sanitized(mixed), mixed);
-    EXPECT_EQ(kel_utils::sanitize_name(mixed), mixed);
-
-    std::string ascii(300, 'n');
-    EXPECT_EQ(sanitized(ascii), ascii.substr(0, 256));
-    EXPECT_EQ(kel_utils::sanitize_name(ascii), ascii.substr(0, 256));
-    // Three bytes a unit: the standard-string form's buffer must hold 768 bytes.
-    std::string wide;
+    std::string ascii(300, 'n'), wide;
     for (int i = 0; i < 300; ++i) wide += "\xe6\x97\xa5";
-    EXPECT_EQ(sanitized(wide), wide.substr(0, 256 * 3));
-    EXPECT_EQ(kel_utils::sanitize_name(wide), wide.substr(0, 256 * 3));
+    // Three bytes a unit: the standard-string form's buffer must hold 768 bytes.
+    const std::pair<std::string, std::string> cases[] = {{printable, safe}, {"a/b:c", "a_b_c"},
+                                                         {mixed, mixed},    {ascii, ascii.substr(0, 256)},
+                                                         {wide, wide.substr(0, 256 * 3)}, {"", ""}};
+    for (const auto& [in, out] : cases) {
+        SCOPED_TRACE(in.substr(0, 24));
+        EXPECT_EQ(sanitized(in), out);
+        EXPECT_EQ(kel_utils::sanitize_name(in), out);
+    }
 }
 
-TEST(KelUtilsSanitizeTest, SmallBuffersAndEmptyInput) {
+TEST(KelUtilsSanitizeTest, SmallBuffersAndMissingInput) {
     EXPECT_EQ(sanitized("abc", 4), "abc");
     EXPECT_EQ(sanitized("abcd", 4), "");
     EXPECT_EQ(sanitized("abc", 1), "");
-    EXPECT_EQ(sanitized(""), "");
-    EXPECT_EQ(kel_utils::sanitize_name(std::string()), "");
     char out[4] = "zzz";
     EXPECT_EQ(kel_utils::sanitize_name(out, sizeof out, nullptr), out);
     EXPECT_STREQ(out, "");
@@ -228,16 +215,13 @@ TEST(KelUtilsFrameRangeTest, SpansFramesWithGapsAndSkipsOtherNames) {
                              "shot0077.dpx", "shot 0066.dpx", ".shot.0400.dpx", "xshot.0300.dpx"})
         dir.touch(name);
     fs::create_directory(dir / "shot.0500.dpx");
-    std::string text;
-    EXPECT_EQ(frame_range(dir, "shot", ".dpx", 0, &text), 0);
-    EXPECT_EQ(text, "1-10");
-    EXPECT_EQ(frame_range(dir, "shot", ".dpx", 1, &text), 0);
-    EXPECT_EQ(text, "77-77");
-    EXPECT_EQ(frame_range(dir, "shot", ".dpx", 2, &text), 0);
-    EXPECT_EQ(text, "66-66");
     // The limit counts characters appended, not the buffer's size.
-    EXPECT_EQ(frame_range(dir, "shot", ".dpx", 0, &text, 3), 0);
-    EXPECT_EQ(text, "1-1");
+    struct Case { int style; size_t limit; const char* text; };
+    std::string text;
+    for (Case c : {Case{0, 64, "1-10"}, Case{1, 64, "77-77"}, Case{2, 64, "66-66"}, Case{0, 3, "1-1"}}) {
+        EXPECT_EQ(frame_range(dir, "shot", ".dpx", c.style, &text, c.limit), 0) << c.style;
+        EXPECT_EQ(text, c.text);
+    }
     // Only the first 15 digits of a frame text are read.
     dir.touch("shot.0000000000000000002.dpx");
     EXPECT_EQ(frame_range(dir, "shot", ".dpx", 0, &text), 0);
