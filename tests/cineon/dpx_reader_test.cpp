@@ -54,7 +54,6 @@ TEST_F(DpxReaderTest, HeaderBytesSwapOnlyIntegerFields) {
 TEST_F(DpxReaderTest, HeaderFillsTheDescription) {
     for (bool big : {true, false}) {
         byte_image f = dpx_file(big, 2048, 1556, 51, 10, 1, 16);
-        f.u16(768, 5);
         f.u8(801, 1);
         f.u32(784, 64);
         f.u32(792, 940);
@@ -68,8 +67,6 @@ TEST_F(DpxReaderTest, HeaderFillsTheDescription) {
         f.f32(1964, 700.0f);
         smptedpx_reader r;
         ASSERT_EQ(r.open(dir.write("desc.dpx", f.data).c_str(), true), codec_ok);
-        EXPECT_EQ(r.header_loaded, 1u);
-        EXPECT_EQ(r.swap_bytes, f.foreign() ? 1u : 0u);
         EXPECT_EQ(r.width, 2048u);
         EXPECT_EQ(r.height, 1500u);
         EXPECT_EQ(r.descriptor, 51u);
@@ -77,7 +74,6 @@ TEST_F(DpxReaderTest, HeaderFillsTheDescription) {
         EXPECT_EQ(r.bit_depth, 10);
         EXPECT_EQ(r.packed, 0u);
         EXPECT_EQ(r.is_log, 1u);
-        EXPECT_EQ(r.transposed + r.mirror_x * 2 + r.flip_y * 4, 1u + 4u);
         EXPECT_EQ(r.ref_low, 64);
         EXPECT_EQ(r.ref_high, 940);
         EXPECT_EQ(r.data_offset, dpx_test_offset);

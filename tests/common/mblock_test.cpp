@@ -8,6 +8,9 @@ namespace {
 
 using block = common::mblock<long>;
 
+std::vector<long> g_released;
+void record_release(long v) { g_released.push_back(v); }
+
 std::vector<long> contents(const block& b) {
     return std::vector<long>(b.data, b.data + b.count);
 }
@@ -55,13 +58,6 @@ TEST(MblockTest, BadIndicesThrowAndChangeNothing) {
     EXPECT_THROW(empty.remove(0), common::_throw_out_of_range);
     EXPECT_EQ(empty.data, nullptr);
 }
-
-}  // namespace
-
-namespace {
-
-std::vector<long> g_released;
-void record_release(long v) { g_released.push_back(v); }
 
 TEST(MblockTest, ShrinksOnlyPastTheHalfEmptyMark) {
     block b;

@@ -59,12 +59,6 @@ void feed(int fd, const std::string& text) {
     EXPECT_EQ(::write(fd, text.data(), text.size()), ssize_t(text.size()));
 }
 
-TEST(ConsoleTest, ProcessWideConsolesSitOnTheStandardDescriptors) {
-    EXPECT_EQ(common::console_out.fd, 1);
-    EXPECT_EQ(common::console_err.fd, 2);
-    EXPECT_EQ(common::console_in.fd, 0);
-}
-
 TEST(ConsoleTest, EveryPieceIsOneWrite) {
     packet_pair pair;
     ASSERT_GE(pair.writer(), 0);
