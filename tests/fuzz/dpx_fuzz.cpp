@@ -12,16 +12,8 @@
 using fuzzing::check;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static fuzzing::memory_file file;
-    file.assign(data, size);
-    fuzzing::allocation_watch watch;
-    {
-        image_holder holder;
-        if (holder.load(file.path()) != codec_ok) {
-            check(!holder.cineon_reader && !holder.dpx_reader, "a failed load left a reader behind");
-            return 0;
-        }
-        if (!holder.dpx_reader) return 0;
+    return fuzzing::load_and_inspect(data, size, [&](image_holder& holder) {
+        if (!holder.dpx_reader) return;
         smptedpx_reader& reader = *holder.dpx_reader;
         check(reader.header_loaded == 1, "a loaded reader has no header");
         check((reader.descriptor == 50 && reader.channels == 3) || (reader.descriptor == 51 && reader.channels == 4),
@@ -31,7 +23,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         check(reader.read_header_bytes(&header, sizeof header) == codec_ok, "the header could not be read again");
         check(header.magic == dpx_magic, "the header copy is not in host order");
         fuzzing::read_image_every_way(reader, data, size, false);
-    }
-    watch.check_bounded_by(size);
-    return 0;
+    });
 }
