@@ -352,10 +352,8 @@ void file::name_bounds(int32_t* begin, int32_t* end) const {
 
 char* file::name(char* buf, int len) const {
     if (!buf || len < 1) return buf;
-    if (!data) {
-        buf[0] = 0;
-        return buf;
-    }
+    buf[0] = 0;
+    if (!data) return buf;
     int32_t b, e;
     name_bounds(&b, &e);
     copy_out(buf, len, data + b, size_t(e - b));
@@ -364,10 +362,8 @@ char* file::name(char* buf, int len) const {
 
 char* file::base_name(char* buf, int len) const {
     if (!buf || len < 1) return buf;
-    if (!data) {
-        buf[0] = 0;
-        return buf;
-    }
+    buf[0] = 0;
+    if (!data) return buf;
     int32_t b, e;
     name_bounds(&b, &e);
     const void* dot = memrchr(data + b, '.', size_t(e - b));
@@ -411,10 +407,8 @@ bool file::change_extension(const char* ext, int replace) {
 
 char* file::text_in_form(int wanted, char* buf, int len) const {
     if (!buf || len < 1) return buf;
-    if (!data) {
-        buf[0] = 0;
-        return buf;
-    }
+    buf[0] = 0;
+    if (!data) return buf;
     stream converted;
     if (wanted == form || !form_text(form, wanted, data, converted)) {
         copy_out(buf, len, data, size_t(size - 1));
