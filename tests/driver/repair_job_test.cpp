@@ -78,7 +78,8 @@ TEST_F(RepairJob, BigEndianFilesAreRewrittenInHostOrderByteForByte) {
     // The image size is the larger of original and stored size: each file
     // holds exactly the image the driver must copy, then bytes it must not.
     // User data before the image is not carried over, and at 1664 the header
-    // stops where the image starts.
+    // stops where the image starts, also when the image ends before 2048 and
+    // so ends the file.
     const layout_case cases[] = {
         {"plain", 2048, 5, 3, 0, 0, 0, 0},
         {"user data to 4096", 4096, 5, 3, 0, 0, 0, 0},
@@ -87,6 +88,7 @@ TEST_F(RepairJob, BigEndianFilesAreRewrittenInHostOrderByteForByte) {
         {"original unset", 2048, 5, 3, 0xFFFFFFFF, 0xFFFFFFFF, 0, 12},
         {"original 0 x 7", 2048, 5, 3, 0, 7, 20, 12},
         {"image at 1664", 1664, 20, 10, 0, 0, 0, 0},
+        {"image inside the header", 1664, 3, 2, 0, 0, 0, 12},
     };
     for (const layout_case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -104,8 +106,14 @@ TEST_F(RepairJob, BigEndianFilesAreRewrittenInHostOrderByteForByte) {
             EXPECT_EQ(testrun::golden("convert_big_endian.txt"), out);
         }
         EXPECT_TRUE(ends_with(out, kOneDone));
-        EXPECT_EQ(testdata::converted(input, layout), read("frame.dpx"));
+        const bytes expected = testdata::converted(input, layout);
+        EXPECT_EQ(expected, read("frame.dpx"));
         EXPECT_FALSE(exists("~tmp.dpx"));
+        // A converted file a whole header long loads again and needs nothing
+        // more; a shorter one is refused by the reader and left as it is.
+        const std::string again = run({"frame.dpx"});
+        EXPECT_TRUE(ends_with(again, expected.size() >= 2048 ? kOneDone : kOneFailed)) << again;
+        EXPECT_EQ(expected, read("frame.dpx"));
     }
 }
 

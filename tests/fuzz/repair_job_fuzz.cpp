@@ -50,7 +50,7 @@ uint64_t field(const testdata::bytes& b, size_t at, int n, bool big) { return te
 // settings: the header fields swapped and the job's fields set, the image
 // moved to `target` with every word in host order.
 void check_conversion(const testdata::bytes& before, const testdata::bytes& after, variant v) {
-    check(before.size() >= 2048 && after.size() >= 2048, "a converted file is shorter than its header");
+    check(before.size() >= 2048, "a file shorter than a header was converted");
     const bool big = before[0] == 'S';
     check(big || before[0] == 'X', "a file without the DPX magic was converted");
     check(before[kBitSize] == 10, "a file other than 10-bit was converted");
@@ -72,13 +72,12 @@ void check_conversion(const testdata::bytes& before, const testdata::bytes& afte
     header[kDescriptor] = 50;
     if (v == variant::transfer_300) header[kTransfer] = uint8_t(300 & 0xff);
     testdata::put(header, kPacking, 1, 2, kHostBig);
-    // Header bytes at or past the image's offset belong to the image.
+    // No header bytes are written at or past the image's offset.
     const size_t header_end = target < 2048 ? size_t(target) : 2048;
     check(std::equal(header.begin(), header.begin() + long(header_end), after.begin()),
           "the converted header is not the original's in host order with the run's settings");
 
     for (uint64_t i = 0; i < uint64_t(image); ++i) {
-        if (target + i < 2048) continue;
         uint64_t from = source + (big != kHostBig ? i / 4 * 4 + 3 - i % 4 : i);
         check(after[size_t(target + i)] == before[size_t(from)], "the converted image differs from the original's");
     }

@@ -119,14 +119,16 @@ bytes make_dpx(const dpx_layout& s) {
         uint32_t r = uint32_t(i * 37 % 1024), g = uint32_t(i * 11 % 1024), bl = uint32_t((i * 5 + 3) % 1024);
         put(b, size_t(s.image_offset + i * 4), uint64_t(r) << 22 | uint64_t(g) << 12 | uint64_t(bl) << 2, 4, be);
     }
-    for (size_t i = size_t(end); i < b.size(); ++i) b[i] = uint8_t(0x5A ^ i);
+    for (size_t i = size_t(std::max<uint64_t>(end, 2048)); i < b.size(); ++i) b[i] = uint8_t(0x5A ^ i);
     return b;
 }
 
 bytes converted(const bytes& input, const dpx_layout& s) {
     const uint64_t words = uint64_t(s.width) * s.height + s.extra_image_words;
     const uint64_t end = uint64_t(s.image_offset) + words * 4;
-    bytes out(size_t(std::max<uint64_t>(end, 2048)), 0);
+    // Header bytes go up to the image's offset at most, so the image always
+    // ends the file, also a small one inside the header.
+    bytes out(size_t(end), 0);
     const size_t header = std::min<size_t>(2048, s.element_offset);
     std::copy(input.begin(), input.begin() + long(header), out.begin());
     for (auto [at, n] : dpx_swapped_fields())

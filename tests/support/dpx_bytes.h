@@ -24,7 +24,7 @@ struct dpx_layout {
     std::string creator = "hand-built scanner";
     std::string date = "2026:11:21:10:00:00UTC";
     uint32_t extra_image_words = 0;   // stored beyond width x height
-    uint32_t trailing_bytes = 0;      // file bytes after the image
+    uint32_t trailing_bytes = 0;      // file bytes after the image and header
 };
 
 // Stores `v` in `n` bytes at `at` in the given byte order.
@@ -42,7 +42,8 @@ const std::vector<std::pair<size_t, int>>& dpx_swapped_fields();
 
 // The file tarvex must write for a big-endian `input` made by make_dpx with
 // no settings change: integer fields and image words reversed, floats and
-// text as they were, zeros between the header and the image.
+// text as they were, zeros between the header and the image; no header
+// bytes at or past the image's offset.
 bytes converted(const bytes& input, const dpx_layout& layout);
 
 // A Cineon file in the given byte order (magic 0x802A5FD7 in it).
