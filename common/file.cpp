@@ -350,37 +350,38 @@ void file::name_bounds(int32_t* begin, int32_t* end) const {
     *end = e;
 }
 
-char* file::name(char* buf, int len) const {
-    if (!buf || len < 1) return buf;
+bool file::start_name_query(char* buf, int len, int32_t* begin, int32_t* end) const {
+    if (!buf || len < 1) return false;
     buf[0] = 0;
-    if (!data) return buf;
+    if (!data) return false;
+    name_bounds(begin, end);
+    return true;
+}
+
+const char* file::last_dot(int32_t begin, int32_t end) const {
+    return static_cast<const char*>(memrchr(data + begin, '.', size_t(end - begin)));
+}
+
+char* file::name(char* buf, int len) const {
     int32_t b, e;
-    name_bounds(&b, &e);
-    copy_out(buf, len, data + b, size_t(e - b));
+    if (start_name_query(buf, len, &b, &e)) copy_out(buf, len, data + b, size_t(e - b));
     return buf;
 }
 
 char* file::base_name(char* buf, int len) const {
-    if (!buf || len < 1) return buf;
-    buf[0] = 0;
-    if (!data) return buf;
     int32_t b, e;
-    name_bounds(&b, &e);
-    const void* dot = memrchr(data + b, '.', size_t(e - b));
-    if (dot) e = int32_t(static_cast<const char*>(dot) - data);
+    if (!start_name_query(buf, len, &b, &e)) return buf;
+    if (const char* dot = last_dot(b, e)) e = int32_t(dot - data);
     copy_out(buf, len, data + b, size_t(e - b));
     return buf;
 }
 
 char* file::extension(char* buf, int len) const {
-    if (!buf || len < 1) return buf;
-    buf[0] = 0;
-    if (!data) return buf;
     int32_t b, e;
-    name_bounds(&b, &e);
-    const void* dot = memrchr(data + b, '.', size_t(e - b));
+    if (!start_name_query(buf, len, &b, &e)) return buf;
+    const char* dot = last_dot(b, e);
     if (!dot) return buf;
-    int32_t d = int32_t(static_cast<const char*>(dot) - data) + 1;
+    int32_t d = int32_t(dot - data) + 1;
     copy_out(buf, len, data + d, size_t(e - d));
     return buf;
 }
@@ -389,8 +390,7 @@ bool file::change_extension(const char* ext, int replace) {
     if (!data || !ext || data[size - 2] == '/') return false;
     int32_t b, e;
     name_bounds(&b, &e);
-    const void* found = memrchr(data + b, '.', size_t(e - b));
-    const char* dot = static_cast<const char*>(found);
+    const char* dot = last_dot(b, e);
     const char* current = dot ? dot + 1 : data + e;
     if (std::strcmp(current, ext) == 0) return false;
     if (dot && replace) {

@@ -123,6 +123,11 @@ private:
     void release();
     // Start and end (exclusive) of the last component within the text.
     void name_bounds(int32_t* begin, int32_t* end) const;
+    // Starts a query that copies part of the name into `buf`: empties `buf`
+    // and gives the name's bounds; false when there is no room or no path.
+    bool start_name_query(char* buf, int len, int32_t* begin, int32_t* end) const;
+    // The last '.' in the text between `begin` and `end`, or null.
+    const char* last_dot(int32_t begin, int32_t end) const;
 };
 
 }  // namespace common
