@@ -1,105 +1,260 @@
-#include "cineon/codec.h"
-
-#include <fcntl.h>
-
+// Byte-order reversal, the DPX and Cineon readers and writers and the image holder, on files built byte by byte.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <regex>
+#include <tuple>
 
+#include "cineon/bs_struct.h"
 #include "cineon/cineon_reader.h"
+#include "cineon/cineon_writer.h"
+#include "cineon/dpx_reader.h"
+#include "cineon/dpx_writer.h"
 #include "support/dpx_bytes.h"
 #include "support/tarvex_process.h"
-#include "cineon/dpx_reader.h"
 
 namespace {
 
-using testdata::byte_image;
-using testdata::with_fields_reversed;
-using testdata::dpx_file;
-using testrun::scratch_dir;
+using namespace testdata;
+using std::make_tuple;
+using fields = std::vector<std::pair<size_t, int>>;
+using pokes = std::vector<std::tuple<size_t, int, uint32_t>>;  // offset, width (0: cut the file to the value), value
 
-int holder_pointers(const image_holder& h) {
-    return (h.cineon_reader != nullptr) + (h.cineon_writer != nullptr) + (h.dpx_reader != nullptr) +
-           (h.dpx_writer != nullptr);
+// Bytes 0, 1, 2, ... after walking `codes` (none: no description) over the first `extent` of them.
+bytes walked(const std::vector<int>& codes, size_t extent, size_t size) {
+    bytes b(size);
+    for (size_t i = 0; i < size; ++i) b[i] = uint8_t(i);
+    common::stack<int> d;
+    for (int c : codes) d.append(c);
+    common::bs_struct<char*> swap(reinterpret_cast<char*>(b.data()), codes.empty() ? nullptr : &d, extent);
+    return b;
 }
 
-TEST(ImageHolderTest, LoadPicksTheReaderByMagic) {
-    scratch_dir dir;
-    for (bool big : {true, false}) {
-        image_holder dpx;
-        ASSERT_EQ(dpx.load(dir.write("a.dpx", dpx_file(big, 4, 4).data).c_str()), codec_ok);
-        ASSERT_NE(dpx.dpx_reader, nullptr);
-        EXPECT_EQ(holder_pointers(dpx), 1);
-        EXPECT_EQ(dpx.dpx_reader->header_loaded, 1u);
-        EXPECT_GE(dpx.dpx_reader->fd, 0);
+TEST(ByteOrder, LayoutWalksAndWordReversal) {
+    // Single fields pad to their alignment, arrays neither pad nor count, other codes are single bytes; groups
+    // align inside each record and step by the record size; nothing at or past the extent is touched.
+    struct walk { std::vector<int> codes; size_t n; fields reversed; };
+    const walk walks[] = {
+        {{-1, -1, -1, -4}, 8, {{4, 4}}}, {{-1, -2, -4}, 8, {{2, 2}, {4, 4}}}, {{-1, -1, -1, -1, -1, -4}, 12, {{8, 4}}},
+        {{7, -2}, 4, {{2, 2}}}, {{-101, -1, 3, -4}, 8, {{3, 4}}}, {{-1, -101, -2, 2, -2}, 8, {{1, 2}, {3, 2}, {6, 2}}},
+        {{-1, -102, 8, 2, -1, -4, -103}, 17, {{5, 4}, {13, 4}}}, {{-102, 3, 2, -1, -103, -2}, 8, {{6, 2}}},
+        {{-102, 4, 0, -4, -103, -4}, 8, {{0, 4}}}, {{-101, -4, 4}, 8, {{0, 4}, {4, 4}}}, {{-2, -4, -4}, 6, {{0, 2}}},
+        {{-102, 6, 3, -4, -103}, 10, {{0, 4}, {6, 4}}}, {{}, 8, {}},
+    };
+    for (const walk& w : walks)
+        EXPECT_EQ(walked(w.codes, w.n, w.n + 4), with_fields_reversed(walked({}, 0, w.n + 4), w.reversed))
+            << ::testing::PrintToString(w.codes);
+    EXPECT_THROW(walked({-101, -3, 2}, 8, 8), common::_throw_wrong_definition);
+    EXPECT_THROW(walked({-102, -1, 1, -103}, 8, 8), common::_throw_wrong_definition);
+    EXPECT_THROW(walked({-102, 4, 1, -4}, 8, 8), common::_throw_unexpected_termination);
+    for (size_t n = 0; n <= 4 * 40 + 3; ++n) {  // whole blocks of words, a tail of words, stray bytes
+        bytes b = walked({}, 0, 4 * 42), expected = b;
+        for (size_t k = 0; k < n / 4; ++k) std::reverse(&expected[4 * k], &expected[4 * k + 4]);
+        reverse_words(b.data(), n);
+        EXPECT_EQ(b, expected) << n << " bytes";
     }
-    image_holder kodak;
-    ASSERT_EQ(kodak.load(dir.write("a.cin", testdata::make_cineon(true, 4, 4)).c_str()), codec_ok);
-    ASSERT_NE(kodak.cineon_reader, nullptr);
-    EXPECT_EQ(holder_pointers(kodak), 1);
 }
 
-TEST(ImageHolderTest, FailedLoadsReturnThreeAndHoldNothing) {
-    scratch_dir dir;
-    byte_image refused = dpx_file(true, 4, 4);
-    refused.u32(660, 0);
-    byte_image unknown(2048, true);
-    unknown.text(0, "GIF8");
-    const std::vector<std::pair<std::string, std::vector<uint8_t>>> files = {
-        {"three.dpx", {'S', 'D', 'P'}}, {"refused.dpx", refused.data}, {"unknown.dpx", unknown.data}};
-    for (const auto& file : files) {
-        image_holder h;
-        EXPECT_EQ(h.load(dir.write(file.first, file.second).c_str()), codec_io) << file.first;
-        EXPECT_EQ(holder_pointers(h), 0) << file.first;
+// Stores each value in the file's order; width 0 cuts the file to the value instead.
+void poke(byte_image& f, const pokes& changes) {
+    for (auto [at, n, v] : changes)
+        n == 0 ? f.data.resize(v) : n == 1 ? f.u8(at, uint8_t(v)) : n == 2 ? f.u16(at, uint16_t(v)) : f.u32(at, v);
+}
+
+// A valid file of each format in the given order with room for its image at 2048, then `changes` made.
+byte_image valid(bool dpx, bool big, uint32_t width, uint32_t height, const pokes& changes = {}) {
+    byte_image f = dpx ? dpx_file(big, width, height, 50, 10, 1, size_t(width) * height * 4) : byte_image(0, big);
+    if (!dpx) f.data = make_cineon(big, width, height);
+    poke(f, changes);
+    return f;
+}
+
+std::unique_ptr<cineonreader> reader(bool dpx) {
+    return dpx ? std::unique_ptr<cineonreader>(new smptedpx_reader) : std::make_unique<kodakcineon_reader>();
+}
+std::unique_ptr<cineonwriter> writer(bool dpx) {
+    return dpx ? std::unique_ptr<cineonwriter>(new smptedpx_writer) : std::make_unique<kodakcineon_writer>();
+}
+
+class Codec : public ::testing::Test {
+protected:
+    testrun::scratch_dir dir;
+    std::string out = dir / "out";
+    int load(cineonreader& r, const byte_image& f) { return r.open(dir.write("in", f.data).c_str(), true); }
+};
+
+TEST_F(Codec, HeaderBytesArriveInHostOrderWithOnlyIntegersReversed) {
+    fields cineon;  // every integer field of the Cineon header
+    for (size_t at : {0, 4, 8, 12, 16, 20, 684, 688, 712, 716, 1028, 1032, 1068}) cineon.push_back({at, 4});
+    for (size_t at = 196; at < 420; at += 28) cineon.insert(cineon.end(), {{at + 4, 4}, {at + 8, 4}});
+    for (int round = 0; round < 4; ++round) {
+        bool dpx = round % 2, big = round < 2;
+        byte_image f(2048, big);
+        f.noise(0, 2048);
+        f.u32(0, dpx ? dpx_magic : cineon_magic);
+        std::unique_ptr<cineonreader> r = reader(dpx);
+        bytes header(2048);
+        ASSERT_EQ(r->open(dir.write("in", f.data).c_str(), false), codec_ok);
+        ASSERT_EQ(r->read_header_bytes(header.data(), 2048), codec_ok);
+        EXPECT_EQ(header, f.foreign() ? with_fields_reversed(f.data, dpx ? dpx_swapped_fields() : cineon) : f.data);
     }
-    image_holder missing;
-    EXPECT_EQ(missing.load((dir.path() + "/none.dpx").c_str()), codec_io);
-    EXPECT_EQ(holder_pointers(missing), 0);
 }
 
-TEST(CodecTest, OpenTwiceKeepsTheFirstDescriptorAndDestructionClosesIt) {
-    scratch_dir dir;
-    std::string path = dir.write("a.dpx", dpx_file(true, 4, 4).data);
-    auto* reader = new smptedpx_reader();
-    ASSERT_EQ(reader->open(path.c_str(), false), codec_ok);
-    int fd = reader->fd;
-    EXPECT_EQ(reader->open(path.c_str(), true), codec_already_open);
-    EXPECT_EQ(reader->fd, fd);
-    delete reader;
-    EXPECT_EQ(fcntl(fd, F_GETFD), -1) << "the descriptor is closed with its reader";
-
-    smptedpx_reader r;
-    EXPECT_EQ(r.open((dir.path() + "/none.dpx").c_str(), false), codec_io);
-    EXPECT_EQ(r.close(), -1);
-    ASSERT_EQ(r.open(path.c_str(), false), codec_ok);
-    EXPECT_EQ(r.close(), 0);
-    EXPECT_EQ(r.fd, -1);
+TEST_F(Codec, DpxReadingRules) {
+    // Orientations give transposed (4), mirror_x (2), flip_y (1); transfers 1 and 3 are logarithmic; packing 0 or
+    // 3-channel 8-bit data is packed; original sizes win unless 0 or ~0; a film rate in [1, 101) wins, else a TV one.
+    struct rule { uint32_t orientation, descriptor, bits, packing, transfer, orig; float film, tv;
+                  uint32_t flags, packed, log, width, height; float rate; };
+    const rule rules[] = {
+        {0, 50, 8, 1, 0, 0, 0, 25, 0, 1, 0, 64, 48, 25},   {1, 51, 8, 1, 1, ~0u, 200, 200, 2, 0, 1, 64, 48, 24},
+        {2, 51, 8, 0, 2, 72, 1, 30, 1, 1, 0, 72, 72, 1},    {3, 50, 10, 1, 3, 0, 101, 99, 3, 0, 1, 64, 48, 99},
+        {4, 51, 10, 1, 4, 0, NAN, NAN, 4, 0, 0, 64, 48, 24}, {5, 50, 8, 1, 3, 0, 30, 0, 5, 1, 1, 64, 48, 30},
+        {6, 50, 8, 1, 0, 0, 0, 0, 7, 1, 0, 64, 48, 24},     {7, 50, 8, 1, 0, 0, 0, 0, 6, 1, 0, 64, 48, 24},
+    };
+    for (const rule& c : rules) {
+        byte_image f = valid(true, c.orientation % 2, 64, 48, {{768, 2, c.orientation}, {800, 1, c.descriptor},
+            {801, 1, c.transfer}, {803, 1, c.bits}, {804, 2, c.packing}, {1424, 4, c.orig}, {1428, 4, c.orig}});
+        for (auto [at, v] : {std::pair<size_t, float>{1724, c.film}, {1940, c.tv}}) f.f32(at, v);
+        smptedpx_reader r;
+        ASSERT_EQ(load(r, f), codec_ok);
+        EXPECT_EQ(make_tuple(r.transposed, r.mirror_x, r.flip_y, r.packed, r.is_log, r.width, r.height, r.frame_rate),
+                  make_tuple(c.flags >> 2, c.flags >> 1 & 1, c.flags & 1, c.packed, c.log, c.width, c.height, c.rate))
+            << "orientation " << c.orientation;
+    }
+    for (bool big : {true, false}) {  // 8-bit RGB: a pixel's first byte goes to the low bits; 255 gives 1022
+        smptedpx_reader r;
+        uint32_t px[2] = {};
+        ASSERT_EQ(load(r, valid(true, big, 2, 1, {{803, 1, 8}, {0, 0, 2054}, {2048, 1, 255}, {2049, 1, 128},
+                                                   {2050, 1, 1}, {2052, 1, 254}, {2053, 1, 255}})), codec_ok);
+        ASSERT_EQ(r.read_image(px, 8), codec_ok);
+        EXPECT_EQ(make_tuple(px[0], px[1]), make_tuple(4u << 22 | 513u << 12 | 1022u << 2, 1022u << 22 | 1018u << 12));
+    }
 }
 
-TEST(CodecTest, ReadersStartWithTheirDefaults) {
-    kodakcineon_reader r;
-    EXPECT_EQ(r.fd, -1);
-    EXPECT_EQ(r.expand_to_10bit, 1u);
-    EXPECT_EQ(r.ref_high, 1023);
-    EXPECT_EQ(r.gamma, 1.0f);
-    EXPECT_EQ(r.frame_rate, 24.0f);
-    uint8_t buf[16];
-    EXPECT_EQ(r.read_user_data(buf, 16), codec_unsupported);
-    EXPECT_EQ(r.read_lines(buf, 0, 1, 16), codec_unsupported);
-    EXPECT_EQ(r.read_element(1, buf, 16), codec_unsupported);
-    EXPECT_EQ(r.read_thumbnail(buf, 2, 2, 16), codec_unsupported);
+TEST_F(Codec, ReadersWritersAndTheHolderRefuseWhatTheyCannotHandle) {
+    const int ok = codec_ok, bad = codec_bad_header, unsupported = codec_unsupported, magic = codec_bad_magic;
+    const std::tuple<const char*, bool, pokes, int> cases[] = {  // what, DPX, changes to a valid file, result
+        {"encrypted", true, {{660, 4, 0}}, bad},        {"two elements", true, {{770, 2, 2}}, bad},
+        {"packing 2", true, {{804, 2, 2}}, bad},        {"run-length", true, {{806, 2, 1}}, bad},
+        {"orientation 8", true, {{768, 2, 8}}, bad},    {"12-bit", true, {{803, 1, 12}}, bad},
+        {"descriptor 52", true, {{800, 1, 52}}, bad},   {"10-bit packed", true, {{804, 2, 0}}, bad},
+        {"data in the generic header", true, {{808, 4, 1663}}, bad},   {"past the end", true, {{808, 4, 2113}}, bad},
+        {"data after the generic header", true, {{808, 4, 1664}}, ok}, {"at the end", true, {{808, 4, 2112}}, ok},
+        {"1 channel packing 3", false, {{193, 1, 1}, {681, 1, 3}}, ok},
+        {"bad magic", true, {{0, 4, 0x53445059}}, magic}, {"short header", true, {{0, 0, 2047}}, codec_io},
+        {"4 channels packing 0, the matte not 10-bit", false, {{193, 1, 4}, {681, 1, 0}}, ok},
+        {"2 channels", false, {{193, 1, 2}}, unsupported}, {"negative count", false, {{193, 1, 0xFF}}, unsupported},
+        {"4 channels packing 3", false, {{193, 1, 4}, {681, 1, 3}}, unsupported},
+        {"3 channels packing 0", false, {{681, 1, 0}}, unsupported}, {"packing 1", false, {{681, 1, 1}}, unsupported},
+        {"interleave 1", false, {{680, 1, 1}}, unsupported}, {"8-bit channel 2", false, {{226, 1, 8}}, unsupported},
+        {"bad magic", false, {{0, 4, 0x802A5FD6}}, magic}, {"three bytes", false, {{0, 0, 3}}, codec_io},
+    };
+    image_holder holder;  // one for every file: each load drops what the one before held
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        const auto& [what, dpx, changes, result] = cases[i];
+        std::string path = dir.write("in", valid(dpx, i % 2, 4, 4, changes).data);
+        std::unique_ptr<cineonreader> r = reader(dpx);
+        EXPECT_EQ(r->open(path.c_str(), true), result) << what;
+        EXPECT_EQ(holder.load(path.c_str()), result == ok ? ok : codec_io) << what;
+        EXPECT_EQ(make_tuple(holder.dpx_reader != nullptr, holder.cineon_reader != nullptr),
+                  make_tuple(result == ok && dpx, result == ok && !dpx)) << what;
+    }
+    for (bool dpx : {true, false}) EXPECT_EQ(reader(dpx)->open(dir.path().c_str(), true), codec_io) << "a folder";
+    // 2^60 8-bit pixels: the 64 bytes of data are checked before sizing a buffer from the header, which would throw.
+    smptedpx_reader huge;
+    uint64_t word = 0;
+    ASSERT_EQ(load(huge, valid(true, true, 4, 4, {{772, 4, 1u << 30}, {776, 4, 1u << 30}, {803, 1, 8}})), codec_ok);
+    EXPECT_EQ(huge.read_image(&word, uint64_t(1) << 62), codec_io);
+    // Writers: DPX channels and descriptor are refused only when both are wrong; sizes must fit 32-bit file sizes.
+    const std::tuple<uint32_t, uint32_t, uint32_t, uint16_t, uint32_t, int, int> writes[] = {  // ..., DPX, Cineon
+        {4, 4, 8192, 5, 50, ok, ok}, {4, 4, 8192, 3, 7, ok, ok}, {4, 4, 8192, 5, 7, unsupported, ok},
+        {~0u, ~0u, 0, 3, 50, unsupported, unsupported}, {1u << 15, 1u << 15, 0, 3, 50, unsupported, unsupported},
+        {~0u >> 2, 1, 4, 3, 50, unsupported, unsupported}, {~0u >> 2, 1, 3, 3, 50, ok, ok},
+    };
+    for (const auto& [width, height, offset, channels, descriptor, dpx_result, cineon_result] : writes)
+        for (bool dpx : {true, false}) {
+            std::unique_ptr<cineonwriter> w = writer(dpx);
+            std::tie(w->width, w->height, w->data_offset, w->channels, w->descriptor) =
+                make_tuple(width, height, offset, channels, descriptor);
+            EXPECT_EQ(w->open(out.c_str(), true, true), dpx ? dpx_result : cineon_result) << width << " x " << height;
+        }
 }
 
-TEST(CodecTest, ReverseWordsReversesWholeWordsOnly) {
-    // 37 words cover whole blocks and a tail; three trailing bytes stay.
-    std::vector<uint8_t> bytes(4 * 37 + 3);
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = uint8_t(i * 7 + 1);
-    std::vector<std::pair<size_t, int>> words;
-    for (size_t k = 0; k < 37; ++k) words.push_back({4 * k, 4});
-    std::vector<uint8_t> expected = with_fields_reversed(bytes, words);
-    reverse_words(bytes.data(), bytes.size());
-    EXPECT_EQ(bytes, expected);
+TEST_F(Codec, WritersWriteTheFileBuiltHereWhichTheReadersRead) {
+    // DPX 10-bit linear RGB, 8-bit log packed RGBA, Cineon (always in host order), in the order asked for or not.
+    const uint32_t pixels[2] = {0xFFC00000u, 0x12345678u};
+    for (int round = 0; round < 6; ++round) {
+        const bool dpx = round < 4, eight = round / 2 == 1, host = round % 2 == 0;
+        smptedpx_writer m;  // copied into the writer
+        std::tie(m.width, m.height, m.ref_low, m.ref_high, m.time_code, m.frame_rate, m.gamma, m.black_level,
+                 m.black_gain, m.break_point, m.white_level, m.channels, m.descriptor, m.bit_depth, m.is_log, m.packed,
+                 m.data_offset) = make_tuple(2, 1, 64, 940, ~0u, 25.0f, 2.2f, 12.0f, 0.5f, 3.0f, 900.0f, 3 + eight,
+                                             50 + eight, 10 - 2 * eight, eight, eight, 2048);
+        std::unique_ptr<cineonwriter> w = writer(dpx);
+        w->copy_description(m);
+        auto expected = [&](bool big) {
+            byte_image e = valid(dpx, big, 2, 1, {{2048, 4, pixels[0]}, {2052, 4, pixels[1]}});
+            if (dpx) {
+                poke(e, {{16, 4, 2056}, {24, 4, 1664}, {28, 4, 384}, {784, 4, 64}, {792, 4, 940}, {800, 1, 50u + eight},
+                         {801, 1, 2u + eight}, {803, 1, 10u - 2 * eight}, {804, 2, !eight}, {1424, 4, 2}, {1428, 4, 1},
+                         {1628, 4, 1000}, {1632, 4, 1000}, {1920, 4, ~0u}});
+                for (auto [a, v] : {std::pair<size_t, float>{796, 2.048f}, {1724, 25}, {1940, 25}, {1948, 2.2f},
+                                    {1956, 0.5f}, {1960, 3}, {1964, 900}})  // black level (1952) stays 0
+                    e.f32(a, v);
+                e.text(8, "v1.0");
+                e.text(160, "Quillmoor.filmframecodec");
+                e.text(460, "Copyright (c) Quillmoor. All rights reserved.");
+                return e;
+            }
+            poke(e, {{16, 4, 30208}});
+            for (size_t at = 208; at < 208 + 3 * 28; at += 28) e.f32(at, 1149222912.0f);  // channels' minimum data
+            for (size_t at = 212; at < 212 + 3 * 28; at += 28) e.f32(at, 2.046f);          // and minimum quantity
+            for (size_t a : {420, 424, 428, 432, 436, 440, 444, 448, 972, 976, 980}) e.f32(a, 4294967296.0f);
+            e.text(844, "Workstation");
+            e.text(908, "(BigEndian) BSD Veltrix");
+            return e;
+        };
+        uint32_t image[2] = {pixels[0], pixels[1]};
+        if (dpx && !host) reverse_words(image, 8);
+        ASSERT_EQ(w->open(out.c_str(), true, host), codec_ok);
+        ASSERT_EQ(w->write_image(image, 8), codec_ok);
+        bytes b = read_file(out);
+        byte_image e = expected(dpx && !host ? host_little : !host_little);
+        const size_t date = dpx ? 136 : 132, copy = dpx ? 1532 : 820;  // creation time, copied as the source's
+        std::string when = dpx ? text_at(b, date, 24) : text_at(b, date, 12) + ":" + text_at(b, date + 12, 12);
+        EXPECT_TRUE(std::regex_match(when, std::regex(R"(\d{4}(:\d\d){5}.*)"))) << when;
+        for (size_t at : {date, copy}) std::copy_n(b.begin() + date, 24, e.data.begin() + at);
+        EXPECT_EQ(b, e.data) << "differs from " << std::mismatch(b.begin(), b.end(), e.data.begin()).first - b.begin();
+
+        e = expected(host ? !host_little : host_little);
+        e.f32(1952, 9.5f);  // fields only the reader looks at
+        poke(e, {{1628, 4, 4}, {1632, 4, 3}});
+        std::unique_ptr<cineonreader> r = reader(dpx);
+        ASSERT_EQ(load(*r, e), codec_ok);
+        EXPECT_EQ(make_tuple(r->width, r->height, r->channels, r->bit_depth, r->ref_low, r->ref_high, r->descriptor,
+                             r->is_log, r->packed, r->data_offset, r->time_code, r->swap_bytes, r->pixel_aspect,
+                             r->gamma, r->black_level, r->black_gain, r->break_point, r->white_level, r->frame_rate),
+                  dpx ? make_tuple(2, 1, 3 + eight, 10 - 2 * eight, 64, 940, 50 + eight, +eight, +eight, 2048,
+                                   0x7F7F7F3F, +e.foreign(), 4.0f / 3, 2.2f, 9.5f, 0.5f, 3.0f, 900.0f, 25.0f)
+                      : make_tuple(2, 1, 0, 10, 95, 685, 0, 1, 1, 2048, 0, +e.foreign(), 0.0f, 1.0f, 0.0f, 0.0f, 0.0f,
+                                   0.0f, 24.0f));
+        uint32_t buf[512] = {};
+        for (int result : {r->read_image(buf, 4), r->read_image(nullptr, 8), r->read_at(buf, 0, 0),
+                           r->read_at(nullptr, 0, 4), r->read_header_bytes(buf, 2047)})
+            EXPECT_EQ(result, codec_bad_argument);
+        EXPECT_EQ(r->read_image(buf, 12), eight ? codec_ok : codec_io) << "more than the file holds, unless expanded";
+        ASSERT_EQ(r->read_image(buf, 8), codec_ok);
+        EXPECT_EQ(make_tuple(buf[0], buf[1]),  // 8-bit RGBA expands the top three bytes of each word
+                  eight ? make_tuple(1022u << 22 | 770u << 12, 72u << 22 | 208u << 12 | 345u << 2)
+                        : make_tuple(pixels[0], pixels[1]));
+        ASSERT_EQ(r->read_at(buf, 2052, 4), codec_ok);
+        EXPECT_EQ(buf[0], host_word(&e.data[2052]));
+        EXPECT_EQ(r->read_at(buf, 2053, 4), codec_io);
+        r->bit_depth = 8;  // Cineon 8-bit data is never expanded, only read as stored
+        if (!dpx) { EXPECT_EQ(r->read_image(buf, 8), codec_unsupported); }
+    }
 }
 
 }  // namespace

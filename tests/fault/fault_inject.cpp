@@ -1,15 +1,15 @@
 // An LD_PRELOAD library for the fault tests. It numbers every open, read,
-// write, seek, flush, close and rename that the process makes on a path below
-// TARVEX_FAULT_DIR, logs each to TARVEX_FAULT_LOG, and makes call number
-// TARVEX_FAULT_AT fail in the way TARVEX_FAULT_MODE names:
-//   error  the call fails (ENOSPC for writes, EIO otherwise; close still closes)
-//   short  a read or write moves only half of what was asked
-//   eintr  the call fails with EINTR before doing anything
-// It also logs the largest single allocation made after the first such path
-// was opened, so a test can bound what a file makes tarvex allocate.
+// write, seek, flush, close and rename the process makes on a path below
+// TARVEX_FAULT_DIR, logs each to TARVEX_FAULT_LOG as "number op[!] path a b
+// [new-path]" ("!": made to fail; a: open flags or file offset, b: byte
+// count), and makes call number TARVEX_FAULT_AT fail as TARVEX_FAULT_MODE says:
+//   error      the call fails (ENOSPC for writes, EIO otherwise; close still closes)
+//   short      a read or write moves only half of what was asked
+//   interrupt  the call fails with EINTR before doing anything
+// At exit it logs the largest single malloc since the first such path was
+// opened, so a test can bound what a file makes tarvex allocate.
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,180 +18,75 @@
 #include <cstdlib>
 #include <cstring>
 
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_realloc(void* block, size_t size);
-void* __libc_memalign(size_t alignment, size_t size);
-}
+extern "C" void* __libc_malloc(size_t size);
 
 namespace {
 
-enum class fault_mode { error, short_transfer, interrupt };
-
-constexpr int max_fds = 1024;
-constexpr size_t max_path = 512;
-
-// Plain data with no constructor, so it is zero before any code runs: the
-// allocation hooks can be called before static constructors.
-struct state {
-    bool ready;
-    char dir[max_path];
-    size_t dir_length;
-    long fault_at;
-    fault_mode mode;
-    bool logging;
+// Plain data, zero before any constructor runs: allocations come that early.
+struct {
+    bool ready, tracking, allocated;
+    char dir[512], mode, fd_path[1024][512];
+    size_t largest;
+    long fault_at, calls;
     int log_fd;
-    long calls;
-    bool tracking_allocations;
-    bool saw_allocation;  // these hooks serve the process's allocations
-    size_t largest_allocation;
-    char fd_path[max_fds][max_path];
-};
+} g;
 
-state g_state;
-
-using open_fn = int (*)(const char*, int, ...);
-using openat_fn = int (*)(int, const char*, int, ...);
-using read_fn = ssize_t (*)(int, void*, size_t);
-using write_fn = ssize_t (*)(int, const void*, size_t);
-using pread_fn = ssize_t (*)(int, void*, size_t, off_t);
-using pwrite_fn = ssize_t (*)(int, const void*, size_t, off_t);
-using lseek_fn = off_t (*)(int, off_t, int);
-using fd_fn = int (*)(int);
-using rename_fn = int (*)(const char*, const char*);
-
+// The C library's definition of `name`, which this library's one hides.
 template <class F>
-F next(const char* name) {
-    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
+F* real(const char* name) {
+    return reinterpret_cast<F*>(dlsym(RTLD_NEXT, name));
 }
+#define REAL(name) real<decltype(name)>(#name)
 
-// Reads the environment once; the log is opened through the next open in
-// line, so it is never counted.
-state& setup() {
-    state& s = g_state;
-    if (s.ready) return s;
-    s.ready = true;
-    if (const char* dir = std::getenv("TARVEX_FAULT_DIR")) {
-        std::snprintf(s.dir, sizeof s.dir, "%s", dir);
-        s.dir_length = std::strlen(s.dir);
+bool watched(const char* path) {
+    if (!g.ready) {
+        g.ready = true;
+        const char *dir = std::getenv("TARVEX_FAULT_DIR"), *at = std::getenv("TARVEX_FAULT_AT"),
+                   *mode = std::getenv("TARVEX_FAULT_MODE"), *log = std::getenv("TARVEX_FAULT_LOG");
+        std::snprintf(g.dir, sizeof g.dir, "%s", dir ? dir : "");
+        g.fault_at = at ? std::atol(at) : 0;
+        g.mode = mode ? mode[0] : 'e';
+        g.log_fd = log ? REAL(openat)(AT_FDCWD, log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644) : -1;
     }
-    if (const char* at = std::getenv("TARVEX_FAULT_AT")) s.fault_at = std::atol(at);
-    if (const char* mode = std::getenv("TARVEX_FAULT_MODE")) {
-        if (std::strcmp(mode, "short") == 0) s.mode = fault_mode::short_transfer;
-        if (std::strcmp(mode, "eintr") == 0) s.mode = fault_mode::interrupt;
-    }
-    if (const char* log = std::getenv("TARVEX_FAULT_LOG")) {
-        s.log_fd = next<open_fn>("open")(log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-        s.logging = s.log_fd >= 0;
-    }
-    return s;
-}
-
-bool watched_path(const char* path) {
-    state& s = setup();
-    return path && s.dir_length > 0 && std::strncmp(path, s.dir, s.dir_length) == 0;
+    return path && g.dir[0] && !std::strncmp(path, g.dir, std::strlen(g.dir));
 }
 
 const char* watched_fd(int fd) {
-    state& s = setup();
-    if (fd < 0 || fd >= max_fds || s.fd_path[fd][0] == '\0') return nullptr;
-    return s.fd_path[fd];
+    return watched(nullptr), fd >= 0 && fd < 1024 && g.fd_path[fd][0] ? g.fd_path[fd] : nullptr;
 }
 
-// Writes one log line: call number (0 for notes), operation ("!" appended
-// when the call was made to fail), path, two numbers and an optional path.
-void log_line(long number, const char* op, bool failed, const char* path, long long a, long long b,
-              const char* path2 = "-") {
-    state& s = g_state;
-    if (!s.logging) return;
-    char line[2 * max_path + 128];
-    int n = std::snprintf(line, sizeof line, "%ld %s%s %s %lld %lld %s\n", number, op, failed ? "!" : "",
-                          path, a, b, path2);
-    if (n <= 0) return;
-    size_t length = size_t(n) < sizeof line ? size_t(n) : sizeof line - 1;
-    next<write_fn>("write")(s.log_fd, line, length);
+void log(long number, const char* op, bool failed, const char* path, long long a, long long b, const char* to = "-") {
+    char line[1200];
+    int n = std::snprintf(line, sizeof line, "%ld %s%s %s %lld %lld %s\n", number, op, failed ? "!" : "", path, a, b,
+                          to);
+    if (g.log_fd >= 0 && n > 0 && size_t(n) < sizeof line) REAL(write)(g.log_fd, line, size_t(n));
 }
 
-// Numbers a watched call; true when it is the one to fail.
-bool numbered_call_fails(long* number) {
-    *number = ++g_state.calls;
-    return g_state.fault_at > 0 && *number == g_state.fault_at;
+// Numbers and logs a watched call; true when it is the one to fail.
+bool fails(const char* op, const char* path, long long a, long long b, const char* to = "-") {
+    const bool failing = ++g.calls == g.fault_at;
+    log(g.calls, op, failing, path, a, b, to);
+    return failing;
 }
 
-int failure(int error) {
-    errno = error;
-    return -1;
-}
+int failure(int error) { return errno = error, -1; }
 
-int open_any(const char* path, int flags, mode_t mode, int dirfd, bool at) {
-    if (!watched_path(path)) {
-        return at ? next<openat_fn>("openat")(dirfd, path, flags, mode)
-                  : next<open_fn>("open")(path, flags, mode);
-    }
-    g_state.tracking_allocations = true;
-    long number = 0;
-    if (numbered_call_fails(&number)) {
-        log_line(number, "open", true, path, flags, -1);
-        return failure(g_state.mode == fault_mode::interrupt ? EINTR : EACCES);
-    }
-    int fd = at ? next<openat_fn>("openat")(dirfd, path, flags, mode) : next<open_fn>("open")(path, flags, mode);
-    log_line(number, "open", false, path, flags, fd);
-    if (fd >= 0 && fd < max_fds) std::snprintf(g_state.fd_path[fd], max_path, "%s", path);
-    return fd;
-}
-
-mode_t mode_argument(int flags, va_list args) {
-    return (flags & (O_CREAT | O_TMPFILE)) ? mode_t(va_arg(args, int)) : 0;
-}
-
-// One read or write on a watched descriptor; `offset` < 0 means the current
-// position. `call(count)` performs the real transfer of `count` bytes.
+// A read or write of `count` bytes at `at` (< 0: the current position); `call(n)` moves n bytes.
 template <class Call>
-ssize_t transfer(const char* op, int fd, size_t count, off_t offset, bool writing, Call call) {
+ssize_t transfer(const char* op, int fd, size_t count, off_t at, bool writing, Call call) {
     const char* path = watched_fd(fd);
-    if (!path) return call(count);
-    long long at = offset >= 0 ? offset : next<lseek_fn>("lseek")(fd, 0, SEEK_CUR);
-    long number = 0;
-    if (numbered_call_fails(&number)) {
-        log_line(number, op, true, path, at, (long long)count);
-        switch (g_state.mode) {
-            case fault_mode::error: return failure(writing ? ENOSPC : EIO);
-            case fault_mode::interrupt: return failure(EINTR);
-            case fault_mode::short_transfer:
-                if (count > 1) return call(count / 2);
-                break;
-        }
-    } else {
-        log_line(number, op, false, path, at, (long long)count);
-    }
-    return call(count);
+    if (!path || !fails(op, path, at >= 0 ? at : REAL(lseek)(fd, 0, SEEK_CUR), (long long)count)) return call(count);
+    if (g.mode == 's') return call(count > 1 ? count / 2 : count);
+    return failure(g.mode == 'i' ? EINTR : writing ? ENOSPC : EIO);
 }
 
-// A watched call that takes only a descriptor: fdatasync, fsync or close.
-int descriptor_call(const char* op, int fd, bool closes) {
-    fd_fn real = next<fd_fn>(op);
+// fdatasync, fsync or close; a failing close still releases the descriptor, as the kernel does.
+int descriptor_call(const char* op, int fd) {
     const char* path = watched_fd(fd);
-    if (!path) return real(fd);
-    long number = 0;
-    bool fails = numbered_call_fails(&number);
-    log_line(number, op, fails, path, fd, 0);
-    if (closes) g_state.fd_path[fd][0] = '\0';
-    if (!fails) return real(fd);
-    // A failing close still releases the descriptor, as the kernel does.
-    if (closes) real(fd);
-    return failure(EIO);
-}
-
-void note_allocation(size_t size) {
-    g_state.saw_allocation = true;
-    if (!g_state.tracking_allocations) return;
-    if (size > g_state.largest_allocation) g_state.largest_allocation = size;
-}
-
-__attribute__((destructor)) void report_allocations() {
-    if (!g_state.saw_allocation) return;
-    log_line(0, "largest-allocation", false, "-", (long long)g_state.largest_allocation, 0);
+    const bool closes = !std::strcmp(op, "close"), failing = path && fails(op, path, fd, 0);
+    if (path && closes) g.fd_path[fd][0] = '\0';
+    const int result = !failing || closes ? real<int(int)>(op)(fd) : 0;
+    return failing ? failure(EIO) : result;
 }
 
 }  // namespace
@@ -201,129 +96,49 @@ extern "C" {
 int open(const char* path, int flags, ...) {
     va_list args;
     va_start(args, flags);
-    mode_t mode = mode_argument(flags, args);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? mode_t(va_arg(args, int)) : 0;
     va_end(args);
-    return open_any(path, flags, mode, AT_FDCWD, false);
+    if (watched(path) && (g.tracking = true) && fails("open", path, flags, 0)) return failure(EACCES);
+    const int fd = REAL(open)(path, flags, mode);
+    if (watched(path) && fd >= 0 && fd < 1024) std::snprintf(g.fd_path[fd], sizeof g.fd_path[fd], "%s", path);
+    return fd;
 }
-
-int open64(const char* path, int flags, ...) {
-    va_list args;
-    va_start(args, flags);
-    mode_t mode = mode_argument(flags, args);
-    va_end(args);
-    return open_any(path, flags, mode, AT_FDCWD, false);
+ssize_t read(int fd, void* buf, size_t n) {
+    return transfer("read", fd, n, -1, false, [&](size_t k) { return REAL(read)(fd, buf, k); });
 }
-
-int openat(int dirfd, const char* path, int flags, ...) {
-    va_list args;
-    va_start(args, flags);
-    mode_t mode = mode_argument(flags, args);
-    va_end(args);
-    return open_any(path, flags, mode, dirfd, true);
+ssize_t pread(int fd, void* buf, size_t n, off_t at) {
+    return transfer("pread", fd, n, at, false, [&](size_t k) { return REAL(pread)(fd, buf, k, at); });
 }
-
-int openat64(int dirfd, const char* path, int flags, ...) {
-    va_list args;
-    va_start(args, flags);
-    mode_t mode = mode_argument(flags, args);
-    va_end(args);
-    return open_any(path, flags, mode, dirfd, true);
+ssize_t write(int fd, const void* buf, size_t n) {
+    return transfer("write", fd, n, -1, true, [&](size_t k) { return REAL(write)(fd, buf, k); });
 }
-
-ssize_t read(int fd, void* buf, size_t count) {
-    return transfer("read", fd, count, -1, false,
-                    [&](size_t n) { return next<read_fn>("read")(fd, buf, n); });
+ssize_t pwrite(int fd, const void* buf, size_t n, off_t at) {
+    return transfer("pwrite", fd, n, at, true, [&](size_t k) { return REAL(pwrite)(fd, buf, k, at); });
 }
-
-ssize_t pread(int fd, void* buf, size_t count, off_t offset) {
-    return transfer("pread", fd, count, offset, false,
-                    [&](size_t n) { return next<pread_fn>("pread")(fd, buf, n, offset); });
-}
-
-ssize_t pread64(int fd, void* buf, size_t count, off_t offset) { return pread(fd, buf, count, offset); }
-
-ssize_t write(int fd, const void* buf, size_t count) {
-    return transfer("write", fd, count, -1, true,
-                    [&](size_t n) { return next<write_fn>("write")(fd, buf, n); });
-}
-
-ssize_t pwrite(int fd, const void* buf, size_t count, off_t offset) {
-    return transfer("pwrite", fd, count, offset, true,
-                    [&](size_t n) { return next<pwrite_fn>("pwrite")(fd, buf, n, offset); });
-}
-
-ssize_t pwrite64(int fd, const void* buf, size_t count, off_t offset) { return pwrite(fd, buf, count, offset); }
-
 off_t lseek(int fd, off_t offset, int whence) {
-    lseek_fn real = next<lseek_fn>("lseek");
     const char* path = watched_fd(fd);
-    if (!path) return real(fd, offset, whence);
-    long number = 0;
-    bool fails = numbered_call_fails(&number);
-    log_line(number, "lseek", fails, path, (long long)offset, whence);
-    if (fails) return failure(EIO);
-    return real(fd, offset, whence);
+    return path && fails("lseek", path, offset, whence) ? failure(EIO) : REAL(lseek)(fd, offset, whence);
 }
-
-off_t lseek64(int fd, off_t offset, int whence) { return lseek(fd, offset, whence); }
-
-int fdatasync(int fd) { return descriptor_call("fdatasync", fd, false); }
-
-int fsync(int fd) { return descriptor_call("fsync", fd, false); }
-
-int close(int fd) { return descriptor_call("close", fd, true); }
-
+int fdatasync(int fd) { return descriptor_call("fdatasync", fd); }
+int fsync(int fd) { return descriptor_call("fsync", fd); }
+int close(int fd) { return descriptor_call("close", fd); }
 int rename(const char* from, const char* to) {
-    rename_fn real = next<rename_fn>("rename");
-    if (!watched_path(from) && !watched_path(to)) return real(from, to);
-    long number = 0;
-    bool fails = numbered_call_fails(&number);
-    log_line(number, "rename", fails, from, 0, 0, to);
-    if (fails) return failure(EIO);
-    return real(from, to);
+    const bool failing = (watched(from) || watched(to)) && fails("rename", from, 0, 0, to);
+    return failing ? failure(EIO) : REAL(rename)(from, to);
 }
-
-// Removal is logged but never made to fail: it only runs on the way out of
-// a failure that was itself injected.
+// Logged, never made to fail: it only runs on the way out of an injected failure.
 int remove(const char* path) {
-    using remove_fn = int (*)(const char*);
-    remove_fn real = next<remove_fn>("remove");
-    if (watched_path(path)) log_line(0, "remove", false, path, 0, 0);
-    return real(path);
+    if (watched(path)) log(0, "remove", false, path, 0, 0);
+    return REAL(remove)(path);
 }
-
 void* malloc(size_t size) {
-    note_allocation(size);
+    g.allocated = true;
+    if (g.tracking && size > g.largest) g.largest = size;
     return __libc_malloc(size);
 }
 
-void* calloc(size_t count, size_t size) {
-    size_t total = 0;
-    note_allocation(__builtin_mul_overflow(count, size, &total) ? size_t(-1) : total);
-    return __libc_calloc(count, size);
-}
-
-void* realloc(void* block, size_t size) {
-    note_allocation(size);
-    return __libc_realloc(block, size);
-}
-
-void* memalign(size_t alignment, size_t size) {
-    note_allocation(size);
-    return __libc_memalign(alignment, size);
-}
-
-void* aligned_alloc(size_t alignment, size_t size) {
-    note_allocation(size);
-    return __libc_memalign(alignment, size);
-}
-
-int posix_memalign(void** out, size_t alignment, size_t size) {
-    note_allocation(size);
-    void* block = __libc_memalign(alignment, size);
-    if (!block) return ENOMEM;
-    *out = block;
-    return 0;
-}
-
 }  // extern "C"
+
+__attribute__((destructor)) static void report_allocations() {
+    if (g.allocated) log(0, "largest-allocation", false, "-", (long long)g.largest, 0);
+}

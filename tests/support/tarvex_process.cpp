@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
@@ -9,17 +10,17 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <regex>
+#include <thread>
+
+#include "support/model.h"
 
 extern char** environ;
 
@@ -29,251 +30,125 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char kErrorStart[] = "\033[1;31mError: ";
-const char kErrorEnd[] = "\033[0m";
-
-// The child's environment: ours less the names `extra` sets, then `extra`.
-std::vector<std::string> child_environment(const std::vector<std::string>& extra) {
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e) {
-        const char* eq = std::strchr(*e, '=');
-        size_t name = eq ? size_t(eq - *e) + 1 : std::strlen(*e);
-        bool replaced = std::any_of(extra.begin(), extra.end(),
-                                    [&](const std::string& x) { return x.compare(0, name, *e, name) == 0; });
-        if (!replaced) env.push_back(*e);
-    }
-    env.insert(env.end(), extra.begin(), extra.end());
-    return env;
-}
-
 std::vector<char*> pointers(std::vector<std::string>& strings) {
     std::vector<char*> p;
     for (auto& s : strings) p.push_back(s.data());
-    p.push_back(nullptr);
-    return p;
+    return p.push_back(nullptr), p;
 }
 
-// In the child: only async-signal-safe calls from here on.
-[[noreturn]] void start_child(const run_options& options, int out, int err, char** argv, char** envp) {
-    if (options.columns > 0) {
-        ::setsid();
-        ::ioctl(out, TIOCSCTTY, 0);
-    }
+// Between fork and exec: async-signal-safe calls only.
+[[noreturn]] void exec_child(const run_options& o, int out, int err, char** argv, char** envp) {
+    struct rlimit limit = {rlim_t(o.file_size_limit), rlim_t(o.file_size_limit)};
     int null = ::open("/dev/null", O_RDONLY);
-    if (null < 0 || ::dup2(null, 0) < 0 || ::dup2(out, 1) < 0 || ::dup2(err, 2) < 0) _exit(126);
-    if (!options.dir.empty() && ::chdir(options.dir.c_str()) != 0) _exit(126);
-    if (options.file_size_limit >= 0) {
-        // Writes past the limit then fail with EFBIG instead of killing the process.
-        ::signal(SIGXFSZ, SIG_IGN);
-        struct rlimit limit = {rlim_t(options.file_size_limit), rlim_t(options.file_size_limit)};
-        if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(126);
-    }
-    // Root ignores permission bits, so a read-only folder needs an ordinary user.
-    if (options.unprivileged && ::geteuid() == 0) {
-        if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0) _exit(125);
-    }
+    if ((o.columns > 0 && (::setsid() < 0 || ::ioctl(out, TIOCSCTTY, 0) != 0)) || null < 0 || ::dup2(null, 0) < 0 ||
+        ::dup2(out, 1) < 0 || ::dup2(err, 2) < 0 || (!o.dir.empty() && ::chdir(o.dir.c_str()) != 0) ||
+        (o.file_size_limit >= 0 && (::signal(SIGXFSZ, SIG_IGN) == SIG_ERR || ::setrlimit(RLIMIT_FSIZE, &limit))))
+        _exit(126);
+    // Root ignores permission bits: a read-only folder needs an ordinary user.
+    if (o.unprivileged && !::geteuid() && (::setgroups(0, nullptr) || ::setgid(65534) || ::setuid(65534))) _exit(125);
     ::execve(argv[0], argv, envp);
     _exit(127);
 }
 
-// Reads both descriptors until both are closed; a pty master reports EIO
-// once the child's side is closed.
-void collect(int out, int err, std::string& out_text, std::string& err_text) {
-    struct pollfd fds[2] = {{out, POLLIN, 0}, {err, POLLIN, 0}};
-    std::string* texts[2] = {&out_text, &err_text};
-    int open_fds = 2;
-    char chunk[8192];
-    while (open_fds > 0) {
-        if (::poll(fds, 2, -1) < 0) {
-            if (errno == EINTR) continue;
-            return;
-        }
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
-            ssize_t n = ::read(fds[i].fd, chunk, sizeof chunk);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) {
-                fds[i].fd = -1;
-                --open_fds;
-                continue;
-            }
-            texts[i]->append(chunk, size_t(n));
-        }
-    }
-}
-
-// Opens the descriptor standard output goes to: a pipe, or a pseudo-terminal
-// `columns` wide with output processing and echo off.
-bool open_output(int columns, int fds[2]) {
-    if (columns <= 0) return ::pipe2(fds, O_CLOEXEC) == 0;
-    struct winsize size = {};
-    size.ws_row = 40;
-    size.ws_col = static_cast<unsigned short>(columns);
-    if (::openpty(&fds[0], &fds[1], nullptr, nullptr, &size) != 0) return false;
-    ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
-    struct termios mode;
-    if (::tcgetattr(fds[1], &mode) == 0) {
-        mode.c_oflag &= ~tcflag_t(OPOST);
-        mode.c_lflag &= ~tcflag_t(ECHO);
-        ::tcsetattr(fds[1], TCSANOW, &mode);
-    }
-    return true;
-}
-
-// Gives every folder below `root` its owner's write permission back, so
-// that removal cannot be stopped by a test's read-only folder.
-void make_writable(const fs::path& root) {
-    std::error_code ignored;
-    fs::permissions(root, fs::perms::owner_all, fs::perm_options::add, ignored);
-    for (auto it = fs::recursive_directory_iterator(root, ignored); it != fs::recursive_directory_iterator();
-         it.increment(ignored)) {
-        if (it->is_directory(ignored)) fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
-    }
-}
-
 }  // namespace
 
-outcome run(const std::string& program, const run_options& options) {
-    outcome result;
-    std::vector<std::string> args = {program};
-    args.insert(args.end(), options.args.begin(), options.args.end());
-    std::vector<std::string> env = child_environment(options.env);
-    std::vector<char*> argv = pointers(args);
-    std::vector<char*> envp = pointers(env);
-
+outcome run(const std::string& program, const run_options& o) {
+    outcome r;
+    std::vector<std::string> args = {program}, env;
+    args.insert(args.end(), o.args.begin(), o.args.end());
+    for (char** e = environ; *e; ++e) env.push_back(*e);
+    env.insert(env.end(), o.env.begin(), o.env.end());  // names the tests' own, absent from ours
+    std::vector<char*> argv = pointers(args), envp = pointers(env);
+    // Standard output is a pipe, or a terminal in raw mode: the bytes read are the bytes written.
     int out[2], err[2];
-    if (!open_output(options.columns, out)) return result;
-    if (::pipe2(err, O_CLOEXEC) != 0) {
-        ::close(out[0]);
-        ::close(out[1]);
-        return result;
-    }
+    struct winsize size = {40, static_cast<unsigned short>(o.columns), 0, 0};
+    struct termios raw = {};
+    cfmakeraw(&raw);
+    if ((o.columns > 0 ? ::openpty(&out[0], &out[1], nullptr, &raw, &size) : ::pipe(out)) || ::pipe(err)) return r;
     pid_t pid = ::fork();
-    if (pid == 0) {
-        ::close(out[0]);
-        start_child(options, out[1], err[1], argv.data(), envp.data());
-    }
+    if (pid == 0) ::close(out[0]), ::close(err[0]), exec_child(o, out[1], err[1], argv.data(), envp.data());
     ::close(out[1]);
     ::close(err[1]);
-    if (pid > 0) collect(out[0], err[0], result.out, result.err);
-    ::close(out[0]);
-    ::close(err[0]);
-    if (pid < 0) return result;
-    int raw = 0;
-    while (::waitpid(pid, &raw, 0) < 0)
-        if (errno != EINTR) return result;
-    result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    result.errors = error_lines(result.out);
-    read_summary(result.out, result);
-    return result;
-}
-
-pid_t start(const std::string& program, const std::vector<std::string>& args) {
-    std::vector<std::string> all = {program};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv = pointers(all);
-    pid_t pid = ::fork();
-    if (pid == 0) {
-        int null = ::open("/dev/null", O_RDWR);
-        if (null >= 0) {
-            ::dup2(null, 1);
-            ::dup2(null, 2);
-        }
-        ::execv(argv[0], argv.data());
-        _exit(127);
+    if (o.kill_after >= 0) {
+        std::this_thread::sleep_for(std::chrono::duration<double>(o.kill_after));
+        ::kill(pid, SIGKILL);
     }
-    return pid;
+    // Both are read until closed (a terminal then reports EIO).
+    struct pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
+    char chunk[8192];
+    while ((fds[0].fd >= 0 || fds[1].fd >= 0) && ::poll(fds, 2, -1) > 0)
+        for (int i = 0; i < 2; ++i) {
+            ssize_t n = fds[i].revents ? ::read(fds[i].fd, chunk, sizeof chunk) : 0;
+            if (n > 0) (i ? r.err : r.out).append(chunk, size_t(n));
+            else if (fds[i].revents) ::close(fds[i].fd), fds[i].fd = -1;
+        }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    static const std::regex error("\033\\[1;31mError: ([\\s\\S]*?)\033\\[0m");
+    for (std::sregex_iterator it(r.out.begin(), r.out.end(), error), end; it != end; ++it) r.errors.push_back((*it)[1]);
+    static const std::regex summary("\nFinished (\\d+) of (\\d+), (none|only (\\d+)) failed to convert\\.\n$");
+    std::smatch m;
+    if (std::regex_search(r.out, m, summary))
+        r.finished = std::stoi(m[1]), r.total = std::stoi(m[2]), r.failed = m[4].matched ? std::stoi(m[4]) : 0;
+    return r;
 }
 
-std::string golden_in(const std::string& source_dir, const std::string& name) {
-    std::ifstream in(source_dir + "/tests/driver/golden/" + name, std::ios::binary);
+outcome run_tarvex(const run_options& options) { return run(TARVEX_BINARY, options); }
+
+std::string source_file(const std::string& relative) {
+    std::ifstream in(std::string(TARVEX_SOURCE_DIR) + "/" + relative, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-std::vector<std::string> error_lines(const std::string& out) {
-    std::vector<std::string> lines;
-    size_t at = 0;
-    while ((at = out.find(kErrorStart, at)) != std::string::npos) {
-        at += sizeof kErrorStart - 1;
-        size_t end = out.find(kErrorEnd, at);
-        if (end == std::string::npos) break;
-        lines.push_back(out.substr(at, end - at));
-        at = end;
-    }
-    return lines;
-}
+std::string golden(const std::string& name) { return source_file("tests/driver/golden/" + name); }
 
-bool read_summary(const std::string& out, outcome& result) {
-    size_t at = out.rfind("Finished ");
-    if (at == std::string::npos) return false;
-    int done = 0, total = 0, failed = 0;
-    if (std::sscanf(out.c_str() + at, "Finished %d of %d", &done, &total) != 2) return false;
-    size_t rest = out.find(", ", at);
-    if (rest == std::string::npos) return false;
-    if (out.compare(rest, 26, ", none failed to convert.\n") == 0) {
-        failed = 0;
-    } else if (std::sscanf(out.c_str() + rest, ", only %d failed to convert.", &failed) != 1) {
-        return false;
-    }
-    result.finished = done;
-    result.total = total;
-    result.failed = failed;
-    return true;
+bool mask_times(std::string& out) {
+    const std::string before = "(\\| {14}|\\[[0-9]+D[0-9]{1,3}% *)";  // the bar's end, or the percentage
+    const bool plausible = !std::regex_search(out, std::regex(before + "(?!00:0[0-9]:[0-5][0-9])[0-9]{2}:"));
+    out = std::regex_replace(out, std::regex(before + "[0-9]{2}:[0-9]{2}:[0-9]{2}"), "$1hh:mm:ss");
+    return plausible;
 }
 
 scratch_dir::scratch_dir(const std::string& prefix) {
     const char* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base && *base ? base : "/tmp") + "/" + prefix + "-XXXXXX";
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    if (!::mkdtemp(name.data())) return;
-    std::error_code ignored;
-    path_ = fs::absolute(name.data(), ignored).string();
+    std::string name = std::string(base && *base ? base : "/tmp") + "/" + prefix + "-XXXXXX";
+    if (::mkdtemp(name.data())) path_ = fs::absolute(name).string();
 }
 
 scratch_dir::~scratch_dir() {
-    if (path_.empty()) return;
-    make_writable(path_);
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
+    if (!path_.empty()) empty(), ::rmdir(path_.c_str());
 }
 
 std::string scratch_dir::write(const std::string& name, const std::vector<uint8_t>& bytes) const {
-    std::string file = *this / name;
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-    return out ? file : std::string();
+    std::error_code ignored;
+    fs::create_directories(fs::path(*this / name).parent_path(), ignored);
+    return testdata::write_file(*this / name, bytes) ? *this / name : std::string();
 }
 
 std::string scratch_dir::touch(const std::string& name, const std::string& text) const {
-    std::string file = *this / name;
-    std::error_code ignored;
-    fs::create_directories(fs::path(file).parent_path(), ignored);
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    out << text;
-    return out ? file : std::string();
+    return write(name, std::vector<uint8_t>(text.begin(), text.end()));
 }
 
 std::vector<std::string> scratch_dir::names(const std::string& sub) const {
     std::vector<std::string> found;
     std::error_code ignored;
-    fs::path where = sub.empty() ? fs::path(path_) : fs::path(path_) / sub;
-    for (auto it = fs::directory_iterator(where, ignored); it != fs::directory_iterator(); it.increment(ignored))
+    for (fs::directory_iterator it(fs::path(path_) / sub, ignored), end; it != end; it.increment(ignored))
         found.push_back(it->path().filename().string());
-    std::sort(found.begin(), found.end());
-    return found;
+    return std::sort(found.begin(), found.end()), found;
 }
 
 void scratch_dir::empty() const {
-    make_writable(path_);
     std::error_code ignored;
-    for (const auto& name : names()) fs::remove_all(fs::path(path_) / name, ignored);
+    fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ignored);
+    for (fs::recursive_directory_iterator it(path_, ignored), end; it != end; it.increment(ignored))
+        fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
+    for (const auto& name : names()) fs::remove_all(*this / name, ignored);
 }
 
 std::string stdout_of(const std::function<void()>& body) {
     std::fflush(stdout);
     FILE* capture = std::tmpfile();
-    if (!capture) return "<no capture file>";
     int saved = ::dup(1);
     ::dup2(fileno(capture), 1);
     body();
@@ -282,31 +157,118 @@ std::string stdout_of(const std::function<void()>& body) {
     ::close(saved);
     std::string out;
     std::rewind(capture);
-    char buf[256];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, capture)) > 0) out.append(buf, n);
-    std::fclose(capture);
-    return out;
+    for (int c; (c = std::fgetc(capture)) != EOF;) out += char(c);
+    return std::fclose(capture), out;
 }
 
-bool exists(const std::string& path) {
-    struct stat st;
-    return ::lstat(path.c_str(), &st) == 0;
+std::map<std::string, file_state> files_in(const std::string& dir) {
+    std::map<std::string, file_state> files;
+    std::error_code ignored;
+    for (fs::recursive_directory_iterator it(dir, ignored), end; it != end; it.increment(ignored)) {
+        struct stat st;
+        const std::string name = fs::relative(it->path(), dir, ignored);
+        if (it->is_directory(ignored)) files[name + "/"];
+        else if (::stat(it->path().c_str(), &st) == 0)
+            files[name] = {testdata::read_file(it->path()), st.st_ino,
+                           st.st_mtim.tv_sec * 1000000000L + st.st_mtim.tv_nsec};
+    }
+    return files;
 }
 
-file_facts facts_of(const std::string& path) {
-    file_facts f;
-    struct stat st;
-    if (::stat(path.c_str(), &st) != 0) return f;
-    f.exists = true;
-    f.inode = st.st_ino;
-    f.mtime_ns = int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
-    return f;
-}
+outcome run_checked(const scratch_dir& dir, run_options options, std::string* verdicts, const std::string& forced) {
+    const struct timespec long_ago[2] = {{1000000000, 0}, {1000000000, 0}};  // so that any write shows
+    for (const auto& [name, file] : files_in(dir.path())) ::utimensat(AT_FDCWD, (dir / name).c_str(), long_ago, 0);
+    const std::map<std::string, file_state> before = files_in(dir.path());
 
-bool age(const std::string& path) {
-    struct timespec times[2] = {{1000000000, 0}, {1000000000, 0}};
-    return ::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0;
+    // The settings and the jobs: operands, or the lines of the -l file. -z ends the run.
+    model::run settings;
+    std::vector<std::string> jobs, errors;
+    std::string folder, list;
+    bool runs = true;
+    for (size_t i = 0; i < options.args.size(); ++i) {
+        const std::string& a = options.args[i];
+        const char option = a.size() == 2 && a[0] == '-' ? a[1] : 0;
+        if (!option) jobs.push_back(a);
+        const bool valued = option && std::strchr("lwbtzco", option) && i + 1 < options.args.size();
+        const std::string value = valued ? options.args[++i] : "";
+        int32_t* number = option == 'w' ? &settings.high : option == 'b' ? &settings.low
+                        : option == 't' ? &settings.transfer : option == 'o' ? &settings.offset : nullptr;
+        if (valued && number) *number = std::atoi(value.c_str());
+        if (valued && option == 'l') list = value;
+        if (valued && option == 'c') folder = value.back() == '/' ? value : value + "/";
+        runs = runs && !(valued && option == 'z');
+    }
+    std::ifstream lines(dir / list);
+    if (!list.empty()) jobs.clear();
+    for (std::string line; !list.empty() && std::getline(lines, line);) jobs.push_back(line);
+    if (!runs || (settings.offset < 2048 && settings.offset != -1)) jobs.clear();
+
+    // What each job must leave, in turn; the failures `forced` gives replace the model's verdict.
+    std::map<std::string, file_state> after = before;  // inode 0: written anew; time -1: any bytes
+    std::string letters;
+    int failures = 0;
+    bool report = false;
+    auto relative = [&](std::string path) { return path.rfind(dir / "", 0) ? path : path.substr(dir.path().size() + 1); };
+    folder = relative(folder);
+    for (size_t i = 0; i < jobs.size(); ++i) {
+        const std::string name = relative(jobs[i]);
+        const size_t base = name.rfind('/') + 1, dot = name.rfind('.');
+        const std::string out = folder.empty() ? name.substr(0, base) + "~tmp.dpx" : folder + name.substr(base);
+        const bool had_output = after.count(out);
+        const char force = i < forced.size() && std::strchr("LORWXHKNs", forced[i]) ? forced[i] : 0;
+        const model::run was = settings;
+        model::job j = model::convert(after.count(name) ? after[name].data : testdata::bytes(), settings,
+                                      had_output ? after[out].data : testdata::bytes());
+        if (force) {
+            static const std::map<char, std::string> texts = {
+                {'L', model::load_failed},  {'O', model::open_failed},   {'R', model::read_failed}, {'W', model::write_failed},
+                {'X', model::write_failed}, {'H', model::header_failed}, {'K', model::header_failed}};
+            settings = force == 'L' ? was : settings;  // a file that does not load fixes no setting
+            j.report = j.report && force != 'L';
+            j.error = texts.count(force) ? texts.at(force) : "";
+            j.failures = force == 'X' ? 2 : !j.error.empty();
+            j.opened = std::strchr("RWXHK", force);
+            j.written = j.written && force == 'N';
+            j.renamed = false;
+        }
+        letters += force                ? force
+                   : !j.error.empty()   ? (j.error == model::not_10bit ? 'B' : j.error == model::read_failed ? 'R' : 'L')
+                   : j.renamed          ? 'r'
+                   : j.written          ? 'c'
+                                        : 'u';
+        report = report || j.report;
+        failures += j.failures;
+        if (!j.error.empty()) errors.push_back(j.error);
+        // A Cineon file's extension becomes "cin", or "cin" is added.
+        const std::string cin = (dot == std::string::npos || dot < base ? name : name.substr(0, dot)) + ".cin";
+        if (j.renamed && cin != name) after[cin] = after[name], after.erase(name);
+        // A replaced input takes the temporary file, which keeps the frame when the rename failed (N);
+        // a failure removes the output it created or truncated, but for a settings-pass header (K).
+        if (j.written) after[folder.empty() && force != 'N' ? name : out] = {j.output};
+        if (force == 'K') after[out] = {{}, 0, -1};
+        if (j.written ? folder.empty() && force != 'N' : j.opened && force != 'K' && (folder.empty() || j.swapped || !had_output))
+            after.erase(out);
+    }
+    if (verdicts) *verdicts = letters;
+
+    options.dir = dir.path();
+    outcome got = run(TARVEX_BINARY, options);
+    EXPECT_EQ(0, got.status);
+    if (!jobs.empty()) {  // runs without jobs end with a fixed text the callers compare
+        EXPECT_EQ(errors, got.errors);
+        EXPECT_EQ(report, got.out.find("Cineon/DPX Settings") != std::string::npos);
+        const int n = int(jobs.size());
+        EXPECT_EQ((std::vector<int>{n, n, failures}), (std::vector<int>{got.finished, got.total, got.failed}));
+    }
+    const std::map<std::string, file_state> now = files_in(dir.path());
+    for (const auto& [name, file] : now) EXPECT_TRUE(after.count(name)) << name << " should not be there";
+    for (const auto& [name, file] : after) {
+        auto it = now.find(name);
+        EXPECT_TRUE(it != now.end() && (file.mtime_ns < 0 || it->second.data == file.data))
+            << name << " is missing or not the model's";
+        EXPECT_TRUE(!file.inode || it == now.end() || it->second == file) << name << " was rewritten";
+    }
+    return got;
 }
 
 }  // namespace testrun

@@ -1,0 +1,126 @@
+// tarvex as a user runs it: the cases of tests/driver/cases.txt, each checked
+// against the model (see run_checked) and its transcript, the settings report
+// for header values, the progress line on terminals; and the console's
+// terminal sizes and reading of standard input, which tarvex itself never shows.
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <iterator>
+#include <regex>
+#include <sstream>
+
+#include "driver/console.h"
+#include "support/dpx_bytes.h"
+#include "support/tarvex_process.h"
+
+namespace {
+
+using testdata::bytes;
+using testdata::image_at;
+using patches = std::vector<testdata::patch>;
+
+patches operator+(patches a, const patches& b) { return a.insert(a.end(), b.begin(), b.end()), a; }
+
+// A file of the case table from its kind and changes (see tests/driver/cases.txt).
+bytes file(const std::string& traits) {
+    std::smatch m;
+    if (std::regex_match(traits, m, std::regex("text:(.*)"))) {
+        const std::string text = std::regex_replace(m.str(1), std::regex("\\\\n"), "\n");
+        return bytes(text.begin(), text.end());
+    }
+    if (std::regex_match(traits, m, std::regex("fill:(\\d+)/(\\d+)"))) return bytes(std::stoul(m[1]), std::stoi(m[2]));
+    if (traits.rfind("cineon", 0) == 0) return testdata::make_cineon(traits == "cineon", 4, 2);
+    patches changes;
+    static const std::regex change("@(\\d+)(?::(\\d+)x(\\d+))?(?:\\+(\\d+)(?![\\d=]))?|\\+(\\d+)=(\\w+)/(-?\\d+)");
+    for (std::sregex_iterator it(traits.begin(), traits.end(), change), end; it != end; ++it) {
+        auto n = [&](int i, uint64_t unset) { return (*it)[i].matched ? std::stoull((*it)[i], nullptr, 0) : unset; };
+        if ((*it)[1].matched) changes = changes + image_at(n(1, 0), n(2, 5), n(3, 3), n(4, 0));
+        else changes.push_back({n(5, 0), n(6, 0), std::stoi((*it)[7])});
+    }
+    return testdata::frame(traits.rfind("big", 0) == 0, changes);
+}
+
+// Each case of tests/driver/cases.txt: arguments | files | verdicts | transcript | surroundings.
+TEST(EndToEnd, EachCaseMatchesTheModelTwice) {
+    std::istringstream table(testrun::source_file("tests/driver/cases.txt"));
+    static const std::regex columns(" *([^|#]*?) *\\| *(.*?) *\\| *(\\w*) *\\| *(\\S*) *(?:\\| *(\\S*) *(\\S*) *)?");
+    int cases = 0;
+    for (std::string line; std::getline(table, line);) {
+        std::smatch row;
+        if (!std::regex_match(line, row, columns)) continue;
+        SCOPED_TRACE("tarvex " + row.str(1));
+        testrun::scratch_dir dir;
+        std::istringstream args(row.str(1)), files(row.str(2));
+        testrun::run_options options{{std::istream_iterator<std::string>(args), {}}};
+        for (std::string f; files >> f;)
+            ASSERT_NE("", dir.write(f.substr(0, f.find('=')), file(f.substr(f.find('=') + 1))));
+        // Surroundings the model cannot foresee force the verdicts the row gives.
+        const std::string forced = row.str(5).empty() || row.str(5) == "terminal" ? "" : row.str(3);
+        options.columns = row.str(5) == "terminal" ? std::stoi(row.str(6)) : 0;
+        if (row.str(5) == "limit") options.file_size_limit = std::stol(row.str(6));
+        if (row.str(5) == "read-only") ::chmod(dir.path().c_str(), 0755), ::chmod((dir / row.str(6)).c_str(), 0555);
+        options.unprivileged = row.str(5) == "read-only";
+        std::string verdicts;
+        std::string out = testrun::run_checked(dir, options, &verdicts, forced).out;
+        EXPECT_TRUE(testrun::mask_times(out)) << out;
+        EXPECT_EQ(row.str(3), verdicts);
+        // The whole golden transcript, or the lines of it that follow the colon.
+        const std::string transcript = row.str(4), name = transcript.substr(0, transcript.find(':'));
+        std::istringstream golden(name.empty() ? "" : testrun::golden(name)), wanted(transcript);
+        EXPECT_TRUE(transcript != name || name.empty() || golden.str() == out) << out;
+        std::vector<std::string> lines(1);
+        while (std::getline(golden, lines.emplace_back())) continue;
+        for (std::string n; wanted.ignore(64, ':') && std::getline(wanted, n, ',');)
+            EXPECT_NE(std::string::npos, out.find("\n" + lines.at(std::stoul(n)) + "\n")) << out;
+        SCOPED_TRACE("again");
+        testrun::run_checked(dir, options, nullptr, forced);
+        ++cases;
+    }
+    EXPECT_GE(cases, 76);
+}
+
+TEST(Console, SizesComeFromTheTerminalEachTimeAndAreZeroElsewhere) {
+    using common::console;
+    struct winsize ws = {41, 133, 1064, 656};
+    int master, slave, fds[2];
+    ASSERT_EQ(0, ::openpty(&master, &slave, nullptr, nullptr, &ws));
+    ASSERT_EQ(0, ::pipe(fds));
+    auto sizes = [](console& c) { return std::vector<int>{c.rows(), c.width(), c.width_pixels(), c.height_pixels()}; };
+    console term(slave), piped(fds[1]);
+    EXPECT_EQ((std::vector<int>{41, 133, 1064, 656}), sizes(term));
+    EXPECT_EQ((std::vector<int>{0, 0, 0, 0}), sizes(piped));
+    ws = {24, 80, 0, 0};
+    ASSERT_EQ(0, ::ioctl(master, TIOCSWINSZ, &ws));
+    EXPECT_EQ((std::vector<int>{24, 80, 0, 0}), sizes(term));
+    for (int fd : {master, slave, fds[0], fds[1]}) ::close(fd);
+}
+
+TEST(Console, ReadTakesWhatWaitsOnStandardInputOnly) {
+    using common::console;
+    int fds[2], saved = ::dup(0);
+    ASSERT_EQ(0, ::pipe(fds));
+    ::dup2(fds[0], 0);
+    auto feed = [&](const std::string& t) { return ::write(fds[1], t.data(), t.size()) == ssize_t(t.size()); };
+    char buf[64];
+    // A read into a buffer of `size`: what it returned, and the buffer's text.
+    auto read = [&](int size) { return std::to_string(common::console_in.read(buf, size)) + " " + buf; };
+    using texts = std::vector<std::string>;
+    EXPECT_TRUE(feed("hello\n"));
+    EXPECT_EQ((texts{"3 hel", "1 l", "2 o\n", "0 "}), (texts{read(4), read(2), read(sizeof buf), read(sizeof buf)}));
+    EXPECT_TRUE(feed("x") && read(sizeof buf) == "1 x");
+    common::file path("/old");
+    common::stream text;
+    common::unicode wide;
+    EXPECT_TRUE(feed("/tmp/a.dpx") && common::console_in.read(path) == 10 && path.c_str() == std::string("/tmp/a.dpx"));
+    EXPECT_TRUE(feed("typed") && common::console_in.read(text) == 5 && text.c_str() == std::string("typed"));
+    EXPECT_TRUE(feed("\xC3\xA9") && common::console_in.read(wide) == 2 && wide.length() == 1 && wide.data()[0] == 0xE9);
+    EXPECT_TRUE(feed("left") && console(fds[0]).read(buf, sizeof buf) == 0) << "only descriptor 0 is read";
+    EXPECT_EQ(4, ::read(fds[0], buf, sizeof buf)) << "the bytes stay waiting";
+    ::dup2(saved, 0);
+    for (int fd : {saved, fds[0], fds[1]}) ::close(fd);
+}
+
+}  // namespace

@@ -1,0 +1,178 @@
+// tarvex where its file calls fail: each call of a run failing in turn, cut
+// short or interrupted (through the preloaded fault_inject.cpp), and hostile
+// headers. Each run is checked by run_checked against the model, with the
+// failure the table below gives forced on the job that made the call.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "support/model.h"
+#include "support/tarvex_process.h"
+
+namespace {
+
+using testdata::bytes;
+using testrun::scratch_dir;
+
+// Preloads the fault library watching `dir`, logging to `log`, with call `at` failing in `mode`.
+std::vector<std::string> fault_env(const std::string& dir, const std::string& log, long at = 0,
+                                   const std::string& mode = "error") {
+    return {"LD_PRELOAD=" TARVEX_FAULT_PRELOAD, "TARVEX_FAULT_DIR=" + dir + "/", "TARVEX_FAULT_LOG=" + log,
+            "TARVEX_FAULT_AT=" + std::to_string(at), "TARVEX_FAULT_MODE=" + mode};
+}
+
+struct call {
+    long number;
+    std::string op, path;
+    long long a, b;  // open: flags; transfers and seeks: file offset, then byte count
+    bool failed;
+};
+
+// The numbered calls of a log; `largest` gets the largest allocation, -1 when none was recorded.
+std::vector<call> read_log(const std::string& path, long long* largest = nullptr) {
+    std::vector<call> calls;
+    std::ifstream in(path);
+    if (largest) *largest = -1;
+    for (call c{}; in >> c.number >> c.op >> c.path >> c.a >> c.b && in.ignore(1024, '\n');) {
+        if (c.op == "largest-allocation" && largest) *largest = c.a;
+        if ((c.failed = c.op.back() == '!')) c.op.pop_back();
+        if (c.number > 0) calls.push_back(c);
+    }
+    return calls;
+}
+
+// 640 x 420 words are a little over 1 MiB: an image moves in more than one
+// piece. The target offset lies past the source image, so a write's offset
+// tells which copy it belongs to.
+constexpr long long kSource = 8192, kTarget = 8192 + (2 << 20);
+
+struct scenario {
+    std::vector<std::string> options;
+    std::vector<std::string> names;
+    bool big, folder;  // the frames' byte order; -c out
+    bool cineon() const { return names[0] == "scan.dpx"; }
+    bool swap() const { return big == testdata::host_little && !cineon(); }
+    bool settings() const { return !options.empty(); }
+};
+
+// The failure table: the verdict (see run_checked) of the job whose call `c` fails.
+char failing(const scenario& s, const std::string& input, const call& c) {
+    if (c.op == "rename") return 'N';  // the input as it was, the converted frame in ~tmp.dpx
+    if (c.path == input && c.op != "open") return c.op == "close" ? 'c' : c.a < kSource ? 'L' : 'R';  // header first
+    if (c.op == "open") return c.path == input ? 'L' : s.swap() ? 'O' : (c.a & O_CREAT) ? 's' : 'c';
+    if (c.op != "write" && c.op != "pwrite") return 'W';  // fdatasync, fsync or close of the output
+    if (c.a < 2048) return s.settings() ? 'K' : 'H';
+    return s.settings() && (!s.swap() || c.a >= kTarget) ? 'X' : 'W';
+}
+
+// Runs `s` in `dir` with call `at` failing in `mode`; `forced` gives each job's verdict.
+void run(const scenario& s, const scratch_dir& dir, const std::string& log, long at, const std::string& mode,
+         const std::string& forced) {
+    dir.empty();
+    ::unlink(log.c_str());
+    testrun::run_options o(s.options, fault_env(dir.path(), log, at, mode));
+    if (s.folder) dir.touch("out/kept"), o.args.insert(o.args.end(), {"-c", dir / "out"});
+    for (const std::string& name : s.names)
+        o.args.push_back(dir.write(name, s.cineon() ? testdata::make_cineon(true, 16, 8)
+                                                    : testdata::frame(s.big, testdata::image_at(kSource, 640, 420))));
+    testrun::run_checked(dir, o, nullptr, forced);
+}
+
+// A clean run, whose calls must flush each frame before its rename; then one
+// run for each call it made with that call failing, and each read and write
+// also cut short and interrupted; prints how many runs met which verdict.
+void fail_every_call(const scenario& s) {
+    scratch_dir dir("tarvex-fault"), logs;
+    const std::string log = logs / "calls.log", clean(s.names.size(), 'c');
+    run(s, dir, log, 0, "error", clean);
+    // A converted frame reaches stable storage and is closed before the rename
+    // that puts it in place of its input; with -c nothing is flushed or renamed.
+    int renames = 0;
+    bool written = false, flushed = false, closed = false;
+    for (const call& c : read_log(log)) {
+        if (c.path.find("/~tmp.dpx") == std::string::npos && c.path.find("/out/") == std::string::npos) continue;
+        const bool write = c.op == "write" || c.op == "pwrite", flush = c.op == "fdatasync" || c.op == "fsync";
+        if (c.op == "open") written = flushed = closed = false;
+        EXPECT_FALSE(flushed && write) << "written after the flush, call " << c.number;
+        EXPECT_FALSE(s.folder && flush) << "a -c output flushed, call " << c.number;
+        EXPECT_TRUE(c.op != "rename" || (flushed && closed)) << "renamed before flush and close, call " << c.number;
+        written = written || write;
+        flushed = flushed || (flush && written);
+        closed = closed || c.op == "close";
+        renames += c.op == "rename";
+    }
+    EXPECT_EQ(s.folder || s.cineon() ? 0 : int(s.names.size()), renames);
+
+    std::map<std::string, int> tried;
+    size_t now = 0;  // the frame whose job makes the call
+    for (const call& c : read_log(log)) {
+        for (size_t i = 0; i < s.names.size(); ++i) now = c.path == dir / s.names[i] ? i : now;
+        for (std::string mode : {"error", "short", "interrupt"}) {
+            if (mode != "error" && c.op != "read" && c.op != "pread" && c.op != "write" && c.op != "pwrite") continue;
+            // A cut or interrupted transfer is completed, but for the 4-byte magic read.
+            std::string forced = clean;
+            if (mode == "error") forced[now] = failing(s, dir / s.names[now], c);
+            if (mode == "short" && c.path == dir / s.names[now] && c.a == 0 && c.b == 4) forced[now] = 'L';
+            const std::string what = c.op + " (" + mode + "): " + forced[now];
+            SCOPED_TRACE("call " + std::to_string(c.number) + " " + c.path + " " + what);
+            run(s, dir, log, c.number, mode, forced);
+            // The call that failed is the one the clean run made at that number.
+            const std::vector<call> calls = read_log(log);
+            const call* hit = calls.size() >= size_t(c.number) ? &calls[size_t(c.number - 1)] : nullptr;
+            EXPECT_TRUE(hit && hit->failed && hit->op == c.op && hit->path == c.path);
+            ++tried[what];
+        }
+    }
+    for (const auto& [what, count] : tried) std::printf("  %3d x %s\n", count, what.c_str());
+}
+
+TEST(FaultInjection, SwapPassOverTwoFramesFailsEachCallInTurn) {
+    fail_every_call({{}, {"a.dpx", "b.dpx"}, testdata::host_little, false});
+}
+TEST(FaultInjection, SettingsPassFailsEachCallInTurn) {
+    fail_every_call({{"-t", "2"}, {"host.dpx"}, !testdata::host_little, false});
+}
+TEST(FaultInjection, BothPassesMovingTheImageFailEachCallInTurn) {
+    fail_every_call({{"-o", std::to_string(kTarget)}, {"moved.dpx"}, testdata::host_little, false});
+}
+TEST(FaultInjection, OutputFolderFailsEachCallInTurn) {
+    fail_every_call({{}, {"c.dpx"}, testdata::host_little, true});
+}
+TEST(FaultInjection, MisnamedCineonFailsEachCallInTurn) { fail_every_call({{}, {"scan.dpx"}, true, false}); }
+
+// Each file of tests/fault/hostile in a run of its own, then all of them in
+// one run after a good frame: each meets the verdict its table gives (and the
+// model), and no allocation outgrows the largest file (64 KiB allowed for
+// paths and texts; a sanitizer's allocator is out of the library's sight).
+TEST(HostileInput, EachMeetsItsVerdictAloneAndInOneRunAfterAGoodFrame) {
+    std::istringstream table(testrun::source_file("tests/fault/hostile/expected.txt"));
+    std::vector<std::vector<std::pair<std::string, std::string>>> runs = {{{"", "c"}}};  // the last: all files
+    for (std::string line, name, verdict; std::getline(table, line);)
+        if (line[0] != '#' && std::istringstream(line) >> name >> verdict)
+            runs.insert(runs.end() - 1, {{name, verdict}}), runs.back().push_back({name, verdict});
+    EXPECT_GE(runs.size(), 37u);
+    for (const auto& files : runs) {
+        scratch_dir dir, logs;
+        std::vector<std::string> args;
+        std::string verdicts, got;
+        size_t largest_file = 0;
+        for (const auto& [name, verdict] : files) {
+            const std::string text = name.empty() ? "" : testrun::source_file("tests/fault/hostile/" + name);
+            const bytes data = name.empty() ? testdata::frame(true) : bytes(text.begin(), text.end());
+            args.push_back(dir.write(name.empty() ? "0-good.dpx" : name, data));
+            verdicts += verdict;
+            largest_file = std::max(largest_file, data.size());
+        }
+        SCOPED_TRACE(args.size() == 1 ? args[0] : "all in one run");
+        testrun::run_checked(dir, {args, fault_env(dir.path(), logs / "log")}, &got);
+        EXPECT_EQ(verdicts, got);
+        long long largest;
+        read_log(logs / "log", &largest);
+        EXPECT_TRUE((largest >= 0 || TARVEX_SANITIZED) && largest <= std::max<long long>(64 * 1024, largest_file))
+            << largest;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,98 @@
+#include "support/model.h"
+
+#include <algorithm>
+
+namespace model {
+
+const char* const load_failed = "Could not load image or file was not a DPX file!";
+const char* const not_10bit = "Could not swap DPX to local byte ordering because it was not a 10bit image file!";
+const char* const open_failed = "Could not swap DPX to local byte ordering because it could not open the file!";
+const char* const read_failed = "Could not swap DPX to local byte ordering because it could not read the image file!";
+const char* const write_failed = "Could not swap DPX to local byte ordering because it could not write the image file!";
+const char* const header_failed = "Could not swap DPX to local byte ordering because it could not write the header!";
+
+namespace {
+
+using testdata::bytes;
+
+// Width x height x 4; a product beyond 64 bits is the largest size, which no file holds.
+uint64_t image_size(uint64_t width, uint64_t height) {
+    unsigned __int128 n = (unsigned __int128)width * height * 4;
+    return n > UINT64_MAX ? UINT64_MAX : uint64_t(n);
+}
+
+// One to four channels, 10-bit (a fourth may differ), packed as the count allows, not interleaved.
+bool cineon_loads(const bytes& in) {
+    const int channels = int8_t(in[193]), packing = in[681];
+    bool ok = (channels == 1 || channels == 3 || channels == 4) && in[680] == 0 &&
+              (packing == 5 || (packing == 3 && channels == 1) || (packing == 0 && channels == 4));
+    for (int k = 0; ok && k < std::min(channels, 3); ++k) ok = in[196 + 28 * k + 2] == 10;
+    return ok;
+}
+
+}  // namespace
+
+job convert(const bytes& in, run& r, const bytes& prior) {
+    job j;
+    auto fail = [&](const char* why) { return j.error = why, j.failures = 1, j; };
+    const uint64_t magic = in.size() >= 4 ? testdata::get(in, 0, 4, true) : 0;
+    if (magic == 0x802A5FD7 || magic == 0xD75F2A80) {
+        if (in.size() < 2048 || !cineon_loads(in)) return fail(load_failed);
+        return j.renamed = true, j;
+    }
+    const bool big = magic == 0x53445058, host_big = !testdata::host_little;
+    auto field = [&](size_t at, int n) { return testdata::get(in, at, n, big); };
+    if ((!big && magic != 0x58504453) || in.size() < 2048) return fail(load_failed);
+    const uint64_t offset = field(808, 4), packing = field(804, 2), bits = in[803], descriptor = in[800];
+    if (field(660, 4) != 0xFFFFFFFF || field(770, 2) != 1 || packing == 2 || field(806, 2) != 0 ||
+        field(768, 2) >= 8 || offset < 1664 || offset > in.size() || (bits != 8 && bits != 10) ||
+        (descriptor != 50 && descriptor != 51) || (bits == 10 && packing == 0))
+        return fail(load_failed);
+
+    const auto low = int32_t(field(784, 4)), high = int32_t(field(792, 4));
+    const uint8_t transfer = in[801];
+    if (r.first) {
+        j.report = true, r.first = false;
+        r.offset = r.offset == -1 ? int32_t(offset) : r.offset;
+        r.low = r.low == -1 ? low : r.low;
+        r.high = r.high == -1 ? high : r.high;
+        r.transfer = r.transfer == -1 ? transfer : r.transfer;
+    }
+    if (bits != 10) return fail(not_10bit);
+
+    // The reference values compare as the 16-bit numbers the report prints.
+    const bool settings = int16_t(low) != r.low || int16_t(high) != r.high || transfer != r.transfer || packing != 1 ||
+                          field(4, 4) != uint32_t(r.offset) || field(4, 4) != offset || descriptor != 50;
+    j.swapped = big != host_big;
+    if (!j.swapped && !settings) return j;
+    j.opened = true;
+    // The larger of the stored and the original size (when given) is copied.
+    const uint64_t width = field(772, 4), height = field(776, 4), x = field(1424, 4), y = field(1428, 4);
+    const uint64_t size = std::max(image_size(width, height), image_size(x == 0 || x == 0xFFFFFFFF ? width : x,
+                                                                          y == 0 || y == 0xFFFFFFFF ? height : y));
+    if (size == 0 || size > in.size() - offset) return fail(read_failed);
+
+    bytes header(in.begin(), in.begin() + 2048), image(in.begin() + long(offset), in.begin() + long(offset + size));
+    if (j.swapped) {
+        header = testdata::with_fields_reversed(header, testdata::dpx_swapped_fields());
+        for (auto word = image.begin(); word < image.end(); word += 4) std::reverse(word, word + 4);
+    }
+    // Each pass lays its image, then the header bytes below that image.
+    bytes& out = j.output = j.swapped ? bytes() : prior;
+    auto lay = [&](uint64_t at) {
+        out.resize(std::max<uint64_t>(out.size(), at + size));
+        std::copy(image.begin(), image.end(), out.begin() + long(at));
+        std::copy(header.begin(), header.begin() + long(std::min<uint64_t>(2048, at)), out.begin());
+    };
+    if (j.swapped) lay(offset);
+    if (settings) {
+        for (auto [at, v, n] : std::vector<testdata::patch>{{4, uint32_t(r.offset), 4}, {808, uint32_t(r.offset), 4},
+                                                            {784, uint32_t(r.low), 4}, {792, uint32_t(r.high), 4},
+                                                            {800, 50, 1}, {801, uint8_t(r.transfer), 1}, {804, 1, 2}})
+            testdata::put(header, at, v, n, host_big);  // of the transfer code only its low byte
+        lay(uint32_t(r.offset));
+    }
+    return j.written = true, j;
+}
+
+}  // namespace model
