@@ -11,6 +11,7 @@
 
 #include "common/file.h"
 #include "driver/console.h"
+#include "driver/interrupt.h"
 #include "driver/progress.h"
 #include "driver/repair_job.h"
 #include "driver/settings.h"
@@ -95,6 +96,7 @@ void exit_program(int code) {
 
 int tarvex_main(int argc, char** argv) {
     gettimeofday(&g_startTime, nullptr);
+    catch_interruptions();
     print_banner();
     start_application_layer();
     parse_options(argc, argv, handle_option);  // a bad option ends parsing, not the run
@@ -114,21 +116,20 @@ int tarvex_main(int argc, char** argv) {
     if (g_listMode == 0) g_totalJobs = operands;
     else read_list_file();
 
-    while (g_totalJobs > g_jobsDone) {
+    while (g_totalJobs > g_jobsDone && !interrupted()) {
         const char* path = g_listMode ? g_listEntries[size_t(g_jobsDone)].c_str()
                                       : argv[optind + g_jobsDone];
-        {
-            common::file input(path);
-            repair_job(input);
-        }
+        common::file input(path);
+        if (!repair_job(input)) break;  // interrupted: this job is not done
         ++g_jobsDone;
         showProgress(g_jobsDone - 1, g_totalJobs);
     }
-    showProgress(g_jobsDone, g_totalJobs);
+    if (!interrupted()) showProgress(g_jobsDone, g_totalJobs);
 
     common::console_out << "\n" << "Finished " << g_jobsDone << " of " << g_totalJobs;
     if (g_failedJobs == 0) common::console_out << ", none failed to convert." << "\n";
     else common::console_out << ", only " << g_failedJobs << " failed to convert." << "\n";
+    if (interrupted()) end_by_interruption();
 
     teardown_application_layer();
     return 0;

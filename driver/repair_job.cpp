@@ -1,8 +1,6 @@
 #include "driver/repair_job.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,7 +11,9 @@
 #include "cineon/codec.h"
 #include "cineon/dpx_header.h"
 #include "cineon/dpx_reader.h"
+#include "common/io.h"
 #include "driver/console.h"
+#include "driver/interrupt.h"
 #include "driver/settings.h"
 #include "driver/settings_report.h"
 
@@ -35,27 +35,6 @@ const char kHeaderWriteFailed[] =
 // stays bounded whatever the frame size.
 constexpr uint64_t kChunkBytes = uint64_t(1) << 20;
 
-// Owns an open descriptor and closes it on every exit path.
-class descriptor {
-public:
-    descriptor() = default;
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    ~descriptor() { close(); }
-    int get() const { return fd_; }
-    void reset(int fd) { close(); fd_ = fd; }
-    // Closes the descriptor; false when close reported an error.
-    bool close() {
-        if (fd_ < 0) return true;
-        int r = ::close(fd_);
-        fd_ = -1;
-        return r == 0;
-    }
-
-private:
-    int fd_ = -1;
-};
-
 // Owns a malloc'ed buffer.
 class buffer {
 public:
@@ -68,20 +47,6 @@ public:
 private:
     void* data_;
 };
-
-// Writes all `size` bytes at `offset`; false on any short or failed write.
-bool write_at(int fd, const void* data, uint64_t size, uint64_t offset) {
-    const uint8_t* p = static_cast<const uint8_t*>(data);
-    while (size > 0) {
-        ssize_t n = ::pwrite(fd, p, size_t(size), off_t(offset));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        p += n;
-        size -= uint64_t(n);
-        offset += uint64_t(n);
-    }
-    return true;
-}
 
 // The image data size: the larger of the reader's width x height and the
 // stored pixels-per-line x lines, four bytes a pixel, so a header whose
@@ -103,13 +68,14 @@ struct placement {
     int failures;  // failures a short write here counts
 };
 
-enum class copy_status { ok, read_failed, write_failed };
+enum class copy_status { ok, read_failed, write_failed, interrupted };
 
 // One job's objects and the exits they share.
 class job {
 public:
     explicit job(const common::file& input) : input_(input) {}
-    void run();
+    // Runs the job; false when an interruption stopped it before it finished.
+    bool run();
 
 private:
     bool load();
@@ -118,32 +84,30 @@ private:
     bool needs_settings() const;
     bool image_lies_in_input(uint64_t size) const;
     copy_status copy_image(uint64_t size, const placement* places, int count, int* failures);
-    bool open_output(int flags);
+    bool open_output();
     void fail(const char* message, int failures = 1);
-    void fail_keeping_output(const char* message);
-    void complete();
+    bool complete();
 
     const common::file& input_;
     image_holder holder_;
     smptedpx_reader* reader_ = nullptr;
     SMPTE268M_Header_t header_;
-    common::file output_;
-    common::file temporary_;
-    descriptor out_;
-    bool created_output_ = false;  // this job created or truncated the output
+    std::string target_;          // where the converted frame goes when complete
+    bool in_place_ = false;       // the target is the input itself
+    common::private_file out_;    // the converted frame while it is written
 };
 
-void job::run() {
-    if (!load()) return;
+bool job::run() {
+    if (!load()) return true;
     if (holder_.cineon_reader) {
         rename_cineon();
-        return;
+        return true;
     }
     reader_ = holder_.dpx_reader;
     if (reader_->read_header_bytes(&header_, sizeof header_) != 0) {
         ++g_failedJobs;
         printError(1, kLoadFailed);
-        return;
+        return true;
     }
     auto& element = header_.image_element[0];
 
@@ -159,13 +123,13 @@ void job::run() {
     if (reader_->bit_depth != 10) {
         ++g_failedJobs;
         printError(1, kNot10Bit);
-        return;
+        return true;
     }
 
     build_paths();
     bool swap = reader_->swap_bytes != 0;
     bool settings = needs_settings();
-    if (!swap && !settings) return;  // already right: nothing is written or renamed
+    if (!swap && !settings) return true;  // already right: nothing is written or renamed
 
     const uint64_t size = image_data_size(*reader_, header_);
     const uint64_t source = reader_->data_offset;
@@ -175,31 +139,27 @@ void job::run() {
     const uint64_t swap_header_bytes = std::min<uint64_t>(sizeof header_, source);
     const uint64_t settings_header_bytes = std::min<uint64_t>(sizeof header_, target);
 
-    if (swap) {
-        if (!open_output(O_WRONLY | O_CREAT | O_TRUNC)) {
-            fail(kOpenFailed);
-            return;
-        }
-    } else if (!open_output(O_RDWR) && !open_output(O_WRONLY | O_CREAT | O_TRUNC)) {
-        // The settings pass reuses an existing output file without truncating
-        // it; when it can open nothing the job ends without a word.
-        return;
+    if (!open_output()) {
+        // A frame that only needs its settings rewritten ends without a word
+        // when its output cannot be made.
+        if (swap) fail(kOpenFailed);
+        return true;
     }
     if (!image_lies_in_input(size)) {
         fail(kReadFailed);
-        return;
+        return true;
     }
 
-    // Both passes are written in one go: the output was just truncated, so
-    // its final bytes are the swap pass's image and header overlaid by the
-    // settings pass's image and header. The swap header survives only where
-    // the settings header is shorter and no image covers it.
+    // Both passes are written in one go into the new, empty output: its final
+    // bytes are the swap pass's image and header overlaid by the settings
+    // pass's image and header. The swap header survives only where the
+    // settings header is shorter and no image covers it.
     if (swap && settings && swap_header_bytes > settings_header_bytes) {
         const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&header_);
-        if (!write_at(out_.get(), bytes + settings_header_bytes,
-                      swap_header_bytes - settings_header_bytes, settings_header_bytes)) {
+        if (common::write_at(out_.get(), bytes + settings_header_bytes, swap_header_bytes - settings_header_bytes,
+                             settings_header_bytes) != common::io_result::ok) {
             fail(kHeaderWriteFailed);
-            return;
+            return true;
         }
     }
 
@@ -212,8 +172,9 @@ void job::run() {
     if (settings && !(swap && target == source)) places[count++] = {target, 2};
     int failures = 0;
     switch (copy_image(size, places, count, &failures)) {
-        case copy_status::read_failed: fail(kReadFailed); return;
-        case copy_status::write_failed: fail(kImageWriteFailed, failures); return;
+        case copy_status::read_failed: fail(kReadFailed); return true;
+        case copy_status::write_failed: fail(kImageWriteFailed, failures); return true;
+        case copy_status::interrupted: return false;
         case copy_status::ok: break;
     }
 
@@ -226,13 +187,12 @@ void job::run() {
         element.descriptor = 50;
         element.packing = 1;
     }
-    if (!write_at(out_.get(), &header_, settings ? settings_header_bytes : swap_header_bytes, 0)) {
-        // A failed settings-pass header leaves its output file in place.
-        if (settings) fail_keeping_output(kHeaderWriteFailed);
-        else fail(kHeaderWriteFailed);
-        return;
+    if (common::write_at(out_.get(), &header_, settings ? settings_header_bytes : swap_header_bytes, 0) !=
+        common::io_result::ok) {
+        fail(kHeaderWriteFailed);
+        return true;
     }
-    complete();
+    return complete();
 }
 
 bool job::load() {
@@ -255,15 +215,11 @@ void job::build_paths() {
     if (g_outputDir.size > 0) {
         char name[256];
         input_.name(name, sizeof name);
-        output_ = g_outputDir;
-        output_.append(1, name);
+        target_ = std::string(g_outputDir.c_str()) + name;
         return;
     }
-    std::string text = input_.c_str();
-    size_t slash = text.rfind('/');
-    std::string directory = slash == std::string::npos ? std::string() : text.substr(0, slash + 1);
-    output_.assign(1, (directory + "~tmp.dpx").c_str());
-    temporary_ = output_;
+    target_ = input_.c_str();
+    in_place_ = true;
 }
 
 bool job::needs_settings() const {
@@ -278,9 +234,8 @@ bool job::needs_settings() const {
 }
 
 bool job::image_lies_in_input(uint64_t size) const {
-    struct stat st;
-    if (size == 0 || fstat(reader_->fd, &st) != 0 || st.st_size < 0) return false;
-    const uint64_t file = uint64_t(st.st_size);
+    uint64_t file = 0;
+    if (size == 0 || common::size_of(reader_->fd, file) != common::io_result::ok) return false;
     const uint64_t offset = reader_->data_offset;
     return offset <= file && size <= file - offset;
 }
@@ -296,74 +251,57 @@ copy_status job::copy_image(uint64_t size, const placement* places, int count, i
     if (!data.get()) return copy_status::read_failed;
     const uint64_t chunks = (size + chunk - 1) / chunk;
     for (uint64_t i = 0; i < chunks; ++i) {
+        if (interrupted()) return copy_status::interrupted;
         uint64_t index = backwards ? chunks - 1 - i : i;
         uint64_t at = index * chunk;
         uint64_t n = std::min(chunk, size - at);
         if (reader_->read_at(data.get(), source + at, n) != 0) return copy_status::read_failed;
         if (reader_->swap_bytes) reverse_words(data.get(), n);
         for (int k = 0; k < count; ++k) {
-            if (!write_at(out_.get(), data.get(), n, places[k].offset + at)) {
+            if (common::write_at(out_.get(), data.get(), n, places[k].offset + at) != common::io_result::ok) {
                 *failures = places[k].failures;
                 return copy_status::write_failed;
             }
             // A frame that replaces its original is flushed before the rename:
             // starting its write-back now lets the disk work while the rest
             // of the frame is converted, so the flush has little left to wait for.
-            if (temporary_.size > 0)
+            if (in_place_)
                 sync_file_range(out_.get(), off64_t(places[k].offset + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
         }
     }
     return copy_status::ok;
 }
 
-bool job::open_output(int flags) {
-    // The output must never be the input itself: truncating it would destroy
-    // the frame before it is read.
-    struct stat in, out;
-    if (stat(output_.c_str(), &out) == 0 && fstat(reader_->fd, &in) == 0 &&
-        in.st_dev == out.st_dev && in.st_ino == out.st_ino)
-        return false;
-    int fd = ::open(output_.c_str(), flags | O_CLOEXEC, 0664);
-    if (fd < 0) return false;
-    out_.reset(fd);
-    if (flags & O_TRUNC) created_output_ = true;
-    return true;
+bool job::open_output() {
+    // With -c naming the input's own folder the output would be the input
+    // itself; that is refused rather than taken as a request to convert in place.
+    if (!in_place_ && common::same_file(reader_->fd, target_.c_str())) return false;
+    // The converted frame is written into a file of this job's own beside its
+    // final place, so no other run and no earlier file can be mixed into it.
+    return out_.create(common::folder_of(target_), 0664) == common::io_result::ok;
 }
 
 void job::fail(const char* message, int failures) {
     g_failedJobs += failures;
     printError(1, message);
-    out_.close();
-    if (temporary_.size > 0) temporary_.remove();
-    // A partial frame must not stay in the output folder looking converted.
-    else if (created_output_) output_.remove();
+    out_.discard();
 }
 
-void job::fail_keeping_output(const char* message) {
-    ++g_failedJobs;
-    printError(1, message);
-    out_.close();
-    if (temporary_.size == 0 && created_output_) output_.remove();
-}
-
-void job::complete() {
+bool job::complete() {
     // Replacing the original: the converted frame reaches stable storage first,
     // so a crash or power loss leaves one whole version or the other.
-    const bool replaces_input = temporary_.size > 0;
-    if (replaces_input && fdatasync(out_.get()) != 0) {
+    if (out_.seal(in_place_) != common::io_result::ok) {
         fail(kImageWriteFailed);
-        return;
+        return true;
     }
-    // close reports write errors some file systems hold back until then.
-    if (!out_.close()) {
-        fail(kImageWriteFailed);
-        return;
-    }
-    if (replaces_input) temporary_.rename_to(input_);
+    // Past this point an interruption no longer stops the job: the frame is
+    // complete, and putting it in place is one rename.
+    if (out_.install(target_, in_place_) != common::io_result::ok) out_.discard();
+    return true;
 }
 
 }  // namespace
 
-void repair_job(const common::file& input) {
-    job(input).run();
+bool repair_job(const common::file& input) {
+    return job(input).run();
 }
