@@ -1,6 +1,7 @@
 #include "cineon/codec.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cstring>
 
@@ -163,7 +164,12 @@ int image_holder::load(const char* path) {
     dpx_reader = nullptr;
 
     if (!path) return codec_io;
+    // Only a regular file is a frame: a FIFO, device or folder is refused at
+    // once (the open does not wait for a FIFO's writer).
     common::descriptor file = common::open_for_reading(path);
+    struct stat st;
+    if (!file.valid() || common::status_of(file.get(), st) != common::io_result::ok || !S_ISREG(st.st_mode))
+        return codec_io;
     uint32_t magic = 0;
     int result = read_magic(file.get(), magic);
     if (result != codec_ok) return result;

@@ -1,6 +1,8 @@
 #include "common/io.h"
 
 #include <fcntl.h>
+#include <stdio.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,7 +10,10 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <vector>
 
 namespace common {
 
@@ -186,6 +191,52 @@ io_result remove_file(const char* path) { return result_of(path && ::remove(path
 
 io_result rename_file(const char* from, const char* to) {
     return result_of(from && to && ::rename(from, to) == 0);
+}
+
+io_result rename_no_replace(const char* from, const char* to) {
+    if (!from || !to) return io_result::failed;
+    if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return io_result::ok;
+    if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return io_result::failed;
+    // link refuses an existing name just as the rename would.
+    if (::link(from, to) != 0) return io_result::failed;
+    if (::unlink(from) == 0) return io_result::ok;
+    (void)::unlink(to);
+    return io_result::failed;
+}
+
+io_result copy_metadata(int from, int to) {
+    struct stat st;
+    if (status_of(from, st) != io_result::ok) return io_result::failed;
+    // The owner first: changing it clears set-user and set-group bits, which
+    // the mode below then restores.
+    // As cp -p: a user who may not give the file away keeps it.
+    if (::fchown(to, st.st_uid, st.st_gid) != 0 && ::fchown(to, uid_t(-1), st.st_gid) != 0) errno = 0;
+    if (::fchmod(to, st.st_mode & 07777) != 0) return io_result::failed;
+    ssize_t length = ::flistxattr(from, nullptr, 0);
+    if (length < 0) return errno == ENOTSUP ? io_result::ok : io_result::failed;
+    std::vector<char> names(size_t(length) + 1, '\0');
+    length = ::flistxattr(from, names.data(), names.size());
+    if (length < 0) return io_result::failed;
+    std::vector<char> value;
+    for (const char* name = names.data(); name < names.data() + length; name += std::strlen(name) + 1) {
+        ssize_t size = ::fgetxattr(from, name, nullptr, 0);
+        if (size < 0) return io_result::failed;
+        value.resize(size_t(size) + 1);
+        size = ::fgetxattr(from, name, value.data(), value.size());
+        if (size < 0) return io_result::failed;
+        // Attributes this user or file system may not set are left behind, as by cp.
+        if (::fsetxattr(to, name, value.data(), size_t(size), 0) != 0 && errno != EPERM && errno != ENOTSUP)
+            return io_result::failed;
+    }
+    return io_result::ok;
+}
+
+std::string resolved_path(const std::string& path) {
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    if (!resolved) return path;
+    std::string result = resolved;
+    std::free(resolved);
+    return result;
 }
 
 std::string folder_of(const std::string& path) {

@@ -78,6 +78,16 @@ bool same_file(int fd, const char* path);
 io_result remove_file(const char* path);
 // Renames `from` to `to`, replacing `to`.
 io_result rename_file(const char* from, const char* to);
+// Renames `from` to `to` only when nothing is called `to` yet, atomically
+// (renameat2 with RENAME_NOREPLACE, or a link and an unlink where the file
+// system lacks it); failed when `to` exists or the rename failed.
+io_result rename_no_replace(const char* from, const char* to);
+// Gives the open file `to` the owner, group, permission bits and extended
+// attributes (access control lists included) of the open file `from`, as
+// `cp -p` does; an owner that cannot be given is skipped, as by cp.
+io_result copy_metadata(int from, int to);
+// The path with every symbolic link resolved; `path` itself when it cannot be.
+std::string resolved_path(const std::string& path);
 
 // The folder part of `path`: everything up to and including its last '/',
 // or "" for a bare name (the current folder).

@@ -1,12 +1,14 @@
 #include "driver/repair_job.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "cineon/codec.h"
 #include "cineon/dpx_header.h"
@@ -30,6 +32,10 @@ const char kImageWriteFailed[] =
     "Could not swap DPX to local byte ordering because it could not write the image file!";
 const char kHeaderWriteFailed[] =
     "Could not swap DPX to local byte ordering because it could not write the header!";
+const char kReplaceFailed[] =
+    "Could not swap DPX to local byte ordering because it could not replace the original file!";
+const char kCineonRenameFailed[] =
+    "Could not rename the Cineon file to its .cin name because that name is taken or could not be made!";
 
 // Image data is moved through a buffer of at most this many bytes, so memory
 // stays bounded whatever the frame size.
@@ -48,11 +54,10 @@ private:
     void* data_;
 };
 
-// The image data size: the larger of the reader's width x height and the
-// stored pixels-per-line x lines, four bytes a pixel, so a header whose
-// original size is smaller than the stored image drops no pixels. A product
-// beyond 64 bits gives the largest size, which no file can hold.
-uint64_t image_data_size(const smptedpx_reader& reader, const SMPTE268M_Header_t& header) {
+// The image data size the header declares: the larger of the reader's width
+// x height and the stored pixels-per-line x lines, four bytes a pixel. A
+// product beyond 64 bits gives the largest size, which no file can hold.
+uint64_t declared_image_size(const smptedpx_reader& reader, const SMPTE268M_Header_t& header) {
     auto product = [](uint64_t a, uint64_t b) {
         uint64_t n;
         if (__builtin_mul_overflow(a, b, &n) || __builtin_mul_overflow(n, uint64_t(4), &n)) return UINT64_MAX;
@@ -62,33 +67,47 @@ uint64_t image_data_size(const smptedpx_reader& reader, const SMPTE268M_Header_t
                     product(header.pixels_per_line, header.lines_per_element));
 }
 
-// Where one copy of the image goes in the output file.
-struct placement {
-    uint64_t offset;
-    int failures;  // failures a short write here counts
-};
+// The name a misnamed Cineon file is given: its extension replaced by
+// "cin", or ".cin" appended when it has none or only a frame number there
+// (scan.0001 becomes scan.0001.cin, so the frames of a sequence keep apart).
+// Empty when the name already ends in ".cin".
+std::string cineon_name(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    const size_t start = slash == std::string::npos ? 0 : slash + 1;
+    const size_t dot = path.rfind('.');
+    if (dot == std::string::npos || dot < start) return path + ".cin";
+    const std::string extension = path.substr(dot + 1);
+    if (extension == "cin") return std::string();
+    const bool digits = !extension.empty() &&
+                        std::all_of(extension.begin(), extension.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return digits ? path + ".cin" : path.substr(0, dot + 1) + "cin";
+}
 
 enum class copy_status { ok, read_failed, write_failed, interrupted };
 
 // One job's objects and the exits they share.
 class job {
 public:
-    explicit job(const common::file& input) : input_(input) {}
+    explicit job(const common::file& input) : input_(input), given_(input.c_str() ? input.c_str() : "") {}
     // Runs the job; false when an interruption stopped it before it finished.
     bool run();
 
 private:
     bool load();
-    bool rename_cineon();
-    void build_paths();
+    void rename_cineon();
+    bool read_header();
+    void take_first_settings();
+    void plan_output();
     bool needs_settings() const;
-    bool image_lies_in_input(uint64_t size) const;
-    copy_status copy_image(uint64_t size, const placement* places, int count, int* failures);
+    bool convert(bool swap, bool settings);
+    bool copy_unchanged();
     bool open_output();
+    copy_status copy_image(uint64_t size, uint64_t to, bool swap);
     void fail(const char* message, int failures = 1);
     bool complete();
 
     const common::file& input_;
+    std::string given_;           // the path as the user gave it, for error lines
     image_holder holder_;
     smptedpx_reader* reader_ = nullptr;
     SMPTE268M_Header_t header_;
@@ -104,121 +123,69 @@ bool job::run() {
         return true;
     }
     reader_ = holder_.dpx_reader;
-    if (reader_->read_header_bytes(&header_, sizeof header_) != 0) {
-        ++g_failedJobs;
-        printError(1, kLoadFailed);
-        return true;
-    }
-    auto& element = header_.image_element[0];
-
-    if (g_firstReport) {
-        print_settings_report(*reader_, header_);
-        g_firstReport = false;
-        if (g_byteOffset == -1) g_byteOffset = int32_t(element.data_offset);
-        if (g_lowData == -1) g_lowData = int32_t(element.ref_low_data);
-        if (g_highData == -1) g_highData = int32_t(element.ref_high_data);
-        if (g_transfer == -1) g_transfer = element.transfer;
-    }
-
+    if (!read_header()) return true;
+    if (g_firstReport) take_first_settings();
     if (reader_->bit_depth != 10) {
-        ++g_failedJobs;
-        printError(1, kNot10Bit);
+        fail(kNot10Bit);
         return true;
     }
-
-    build_paths();
-    bool swap = reader_->swap_bytes != 0;
-    bool settings = needs_settings();
-    if (!swap && !settings) return true;  // already right: nothing is written or renamed
-
-    const uint64_t size = image_data_size(*reader_, header_);
-    const uint64_t source = reader_->data_offset;
-    // The settings pass moves the image to the run's offset.
-    const uint64_t target = settings ? uint32_t(g_byteOffset) : source;
-    // A pass writes no header bytes at or beyond the offset its image went to.
-    const uint64_t swap_header_bytes = std::min<uint64_t>(sizeof header_, source);
-    const uint64_t settings_header_bytes = std::min<uint64_t>(sizeof header_, target);
-
-    if (!open_output()) {
-        // A frame that only needs its settings rewritten ends without a word
-        // when its output cannot be made.
-        if (swap) fail(kOpenFailed);
-        return true;
-    }
-    if (!image_lies_in_input(size)) {
-        fail(kReadFailed);
-        return true;
-    }
-
-    // Both passes are written in one go into the new, empty output: its final
-    // bytes are the swap pass's image and header overlaid by the settings
-    // pass's image and header. The swap header survives only where the
-    // settings header is shorter and no image covers it.
-    if (swap && settings && swap_header_bytes > settings_header_bytes) {
-        const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&header_);
-        if (common::write_at(out_.get(), bytes + settings_header_bytes, swap_header_bytes - settings_header_bytes,
-                             settings_header_bytes) != common::io_result::ok) {
-            fail(kHeaderWriteFailed);
-            return true;
-        }
-    }
-
-    // The swap pass writes the image where it was; the settings pass writes it
-    // at the run's offset, and a short write there counts twice. Rewriting the
-    // same bytes at the same place is skipped.
-    placement places[2];
-    int count = 0;
-    if (swap) places[count++] = {source, 1};
-    if (settings && !(swap && target == source)) places[count++] = {target, 2};
-    int failures = 0;
-    switch (copy_image(size, places, count, &failures)) {
-        case copy_status::read_failed: fail(kReadFailed); return true;
-        case copy_status::write_failed: fail(kImageWriteFailed, failures); return true;
-        case copy_status::interrupted: return false;
-        case copy_status::ok: break;
-    }
-
-    if (settings) {
-        header_.image_offset = uint32_t(g_byteOffset);
-        element.data_offset = uint32_t(g_byteOffset);
-        element.ref_low_data = uint32_t(g_lowData);
-        element.ref_high_data = uint32_t(g_highData);
-        element.transfer = uint8_t(g_transfer & 0xff);
-        element.descriptor = 50;
-        element.packing = 1;
-    }
-    if (common::write_at(out_.get(), &header_, settings ? settings_header_bytes : swap_header_bytes, 0) !=
-        common::io_result::ok) {
-        fail(kHeaderWriteFailed);
-        return true;
-    }
-    return complete();
+    plan_output();
+    const bool swap = reader_->swap_bytes != 0;
+    const bool settings = needs_settings();
+    if (swap || settings) return convert(swap, settings);
+    // Already right: in place nothing is written; into -c's folder the frame
+    // is copied as it is, so that folder holds the whole sequence.
+    return in_place_ ? true : copy_unchanged();
 }
 
 bool job::load() {
     if (holder_.load(input_.c_str()) == 0) return true;
-    ++g_failedJobs;
-    printError(1, kLoadFailed);
+    fail(kLoadFailed);
     return false;
 }
 
-bool job::rename_cineon() {
-    common::file renamed(input_);
-    if (!renamed.change_extension("cin", 1)) return false;
-    // The reader's descriptor stays open across the rename; the file is untouched.
-    common::file(input_).rename_to(renamed);
-    common::console_out << "Renaming..." << renamed << "\n";
-    return true;
+void job::rename_cineon() {
+    const std::string renamed = cineon_name(given_);
+    if (renamed.empty()) return;
+    // Never over another file: a sequence of Cineon frames must not collapse
+    // into one name. The reader's descriptor stays open; the file is untouched.
+    if (common::rename_no_replace(given_.c_str(), renamed.c_str()) != common::io_result::ok) {
+        fail(kCineonRenameFailed);
+        return;
+    }
+    common::console_out << "Renaming..." << renamed.c_str() << "\n";
 }
 
-void job::build_paths() {
+bool job::read_header() {
+    if (reader_->read_header_bytes(&header_, sizeof header_) == 0) return true;
+    fail(kLoadFailed);
+    return false;
+}
+
+// The first DPX file of the run prints the settings report and fixes every
+// setting not given as an option.
+void job::take_first_settings() {
+    const auto& element = header_.image_element[0];
+    print_settings_report(*reader_, header_);
+    g_firstReport = false;
+    if (g_byteOffset == -1) g_byteOffset = int32_t(element.data_offset);
+    if (g_lowData == -1) g_lowData = int32_t(element.ref_low_data);
+    if (g_highData == -1) g_highData = int32_t(element.ref_high_data);
+    if (g_transfer == -1) g_transfer = element.transfer;
+}
+
+void job::plan_output() {
     if (g_outputDir.size > 0) {
         char name[256];
         input_.name(name, sizeof name);
         target_ = std::string(g_outputDir.c_str()) + name;
-        return;
+        // An output folder that is the input's own folder converts in place.
+        in_place_ = common::same_file(reader_->fd, target_.c_str());
+        if (!in_place_) return;
     }
-    target_ = input_.c_str();
+    // A frame given through a symbolic link is converted where the link
+    // points; the link itself stays as it is.
+    target_ = common::resolved_path(given_);
     in_place_ = true;
 }
 
@@ -229,65 +196,126 @@ bool job::needs_settings() const {
            int32_t(element.transfer) != g_transfer ||
            header_.image_offset != uint32_t(g_byteOffset) ||
            header_.image_offset != element.data_offset ||
-           element.descriptor != 50 ||
            element.packing != 1;
 }
 
-bool job::image_lies_in_input(uint64_t size) const {
+// Writes the converted frame: the image from its offset to the end of the
+// input (so nothing the header does not count is lost), every whole word
+// reversed when the byte order changes, at the run's offset when the
+// settings are rewritten; then the header in host order.
+bool job::convert(bool swap, bool settings) {
+    auto& element = header_.image_element[0];
+    const uint64_t source = reader_->data_offset;
+    const uint64_t target = settings ? uint32_t(g_byteOffset) : source;
     uint64_t file = 0;
-    if (size == 0 || common::size_of(reader_->fd, file) != common::io_result::ok) return false;
-    const uint64_t offset = reader_->data_offset;
-    return offset <= file && size <= file - offset;
+    if (common::size_of(reader_->fd, file) != common::io_result::ok || source > file ||
+        declared_image_size(*reader_, header_) > file - source || file == source) {
+        fail(kReadFailed);
+        return true;
+    }
+    if (!open_output()) {
+        // A frame that only needs its settings rewritten ends without a word
+        // when its output cannot be made.
+        if (swap) fail(kOpenFailed);
+        return true;
+    }
+    // A short settings-pass write counts twice, as it always has.
+    const int failures = settings && !(swap && target == source) ? 2 : 1;
+    switch (copy_image(file - source, target, swap)) {
+        case copy_status::read_failed: fail(kReadFailed); return true;
+        case copy_status::write_failed: fail(kImageWriteFailed, failures); return true;
+        case copy_status::interrupted: return false;
+        case copy_status::ok: break;
+    }
+    if (settings) {
+        header_.image_offset = uint32_t(g_byteOffset);
+        element.data_offset = uint32_t(g_byteOffset);
+        element.ref_low_data = uint32_t(g_lowData);
+        element.ref_high_data = uint32_t(g_highData);
+        element.transfer = uint8_t(g_transfer & 0xff);
+        element.packing = 1;
+    }
+    // Header bytes that were image data in the input (data starting inside
+    // the 2048-byte header) are written as an unset header area, never as
+    // pixels; no header byte goes where the image now starts.
+    uint8_t* bytes = reinterpret_cast<uint8_t*>(&header_);
+    if (source < sizeof header_) std::memset(bytes + source, 0, sizeof header_ - source);
+    const uint64_t header_bytes = std::min<uint64_t>(sizeof header_, target);
+    if (common::write_at(out_.get(), bytes, header_bytes, 0) != common::io_result::ok) {
+        fail(kHeaderWriteFailed);
+        return true;
+    }
+    return complete();
 }
 
-copy_status job::copy_image(uint64_t size, const placement* places, int count, int* failures) {
+// -c with a frame that needs nothing: the kernel copies it whole (on XFS and
+// Btrfs by sharing its blocks).
+bool job::copy_unchanged() {
+    uint64_t file = 0;
+    if (common::size_of(reader_->fd, file) != common::io_result::ok) {
+        fail(kReadFailed);
+        return true;
+    }
+    if (!open_output()) {
+        fail(kOpenFailed);
+        return true;
+    }
+    if (common::copy_range(reader_->fd, 0, out_.get(), 0, file) != common::io_result::ok) {
+        fail(kImageWriteFailed);
+        return true;
+    }
+    return complete();
+}
+
+bool job::open_output() {
+    // The converted frame is written into a file of this job's own beside its
+    // final place, so no other run and no earlier file can be mixed into it.
+    // In place it takes the original's owner, mode and attributes when
+    // complete; in -c's folder it is created with the input's permission
+    // bits, less the umask, as cp does.
+    struct stat st;
+    const mode_t mode = common::status_of(reader_->fd, st) == common::io_result::ok ? st.st_mode & 0777 : 0664;
+    return out_.create(common::folder_of(target_), in_place_ ? 0600 : mode) == common::io_result::ok;
+}
+
+copy_status job::copy_image(uint64_t size, uint64_t to, bool swap) {
     const uint64_t source = reader_->data_offset;
-    // When the second copy lies above the first, walking the image from its
-    // end makes every byte of the second copy land after any byte of the first
-    // copy that overlaps it, as if the copies were written one after the other.
-    const bool backwards = count == 2 && places[1].offset > places[0].offset;
+    // Bytes already in host order are copied by the kernel, not through here.
+    if (!swap) {
+        return common::copy_range(reader_->fd, source, out_.get(), to, size) == common::io_result::ok
+                   ? copy_status::ok
+                   : copy_status::write_failed;
+    }
     const uint64_t chunk = std::min(size, kChunkBytes);
     buffer data(chunk);
     if (!data.get()) return copy_status::read_failed;
-    const uint64_t chunks = (size + chunk - 1) / chunk;
-    for (uint64_t i = 0; i < chunks; ++i) {
+    for (uint64_t at = 0; at < size; at += chunk) {
         if (interrupted()) return copy_status::interrupted;
-        uint64_t index = backwards ? chunks - 1 - i : i;
-        uint64_t at = index * chunk;
-        uint64_t n = std::min(chunk, size - at);
+        const uint64_t n = std::min(chunk, size - at);
         if (reader_->read_at(data.get(), source + at, n) != 0) return copy_status::read_failed;
-        if (reader_->swap_bytes) reverse_words(data.get(), n);
-        for (int k = 0; k < count; ++k) {
-            if (common::write_at(out_.get(), data.get(), n, places[k].offset + at) != common::io_result::ok) {
-                *failures = places[k].failures;
-                return copy_status::write_failed;
-            }
-            // A frame that replaces its original is flushed before the rename:
-            // starting its write-back now lets the disk work while the rest
-            // of the frame is converted, so the flush has little left to wait for.
-            if (in_place_)
-                sync_file_range(out_.get(), off64_t(places[k].offset + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
-        }
+        // Whole words are reversed; a tail of one to three bytes stays as it is.
+        reverse_words(data.get(), n);
+        if (common::write_at(out_.get(), data.get(), n, to + at) != common::io_result::ok)
+            return copy_status::write_failed;
+        // A frame that replaces its original is flushed before the rename:
+        // starting its write-back now lets the disk work while the rest of
+        // the frame is converted, so the flush has little left to wait for.
+        if (in_place_) sync_file_range(out_.get(), off64_t(to + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
     }
     return copy_status::ok;
 }
 
-bool job::open_output() {
-    // With -c naming the input's own folder the output would be the input
-    // itself; that is refused rather than taken as a request to convert in place.
-    if (!in_place_ && common::same_file(reader_->fd, target_.c_str())) return false;
-    // The converted frame is written into a file of this job's own beside its
-    // final place, so no other run and no earlier file can be mixed into it.
-    return out_.create(common::folder_of(target_), 0664) == common::io_result::ok;
-}
-
 void job::fail(const char* message, int failures) {
     g_failedJobs += failures;
-    printError(1, message);
+    printError(4, message, " (", given_.c_str(), ")");
     out_.discard();
 }
 
 bool job::complete() {
+    if (in_place_ && common::copy_metadata(reader_->fd, out_.get()) != common::io_result::ok) {
+        fail(kImageWriteFailed);
+        return true;
+    }
     // Replacing the original: the converted frame reaches stable storage first,
     // so a crash or power loss leaves one whole version or the other.
     if (out_.seal(in_place_) != common::io_result::ok) {
@@ -296,7 +324,7 @@ bool job::complete() {
     }
     // Past this point an interruption no longer stops the job: the frame is
     // complete, and putting it in place is one rename.
-    if (out_.install(target_, in_place_) != common::io_result::ok) out_.discard();
+    if (out_.install(target_, in_place_) != common::io_result::ok) fail(in_place_ ? kReplaceFailed : kImageWriteFailed);
     return true;
 }
 
