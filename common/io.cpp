@@ -266,12 +266,16 @@ io_result private_file::create(const std::string& folder, mode_t mode) {
     return io_result::failed;
 }
 
-io_result private_file::give_name() {
+io_result private_file::link_at(const std::string& name) {
     char self[64];
     std::snprintf(self, sizeof self, "/proc/self/fd/%d", fd_.get());
+    return result_of(::linkat(AT_FDCWD, self, AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0);
+}
+
+io_result private_file::give_name() {
     for (int attempt = 0; attempt < 100; ++attempt) {
         std::string name = fresh_hidden_name(folder_);
-        if (::linkat(AT_FDCWD, self, AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        if (link_at(name) == io_result::ok) {
             name_ = name;
             return io_result::ok;
         }
@@ -280,14 +284,21 @@ io_result private_file::give_name() {
     return io_result::failed;
 }
 
-io_result private_file::seal(bool durable) {
+io_result private_file::seal(const std::string& target, bool durable) {
     if (!fd_.valid()) return io_result::failed;
     if (durable && flush_data(fd_.get()) != io_result::ok) return io_result::failed;
-    if (name_.empty() && give_name() != io_result::ok) return io_result::failed;
-    return fd_.close();
+    if (name_.empty()) {
+        installed_ = !durable && link_at(target) == io_result::ok;
+        if (!installed_ && give_name() != io_result::ok) return io_result::failed;
+    }
+    if (fd_.close() == io_result::ok) return io_result::ok;
+    if (installed_) (void)remove_file(target.c_str());
+    installed_ = false;
+    return io_result::failed;
 }
 
 io_result private_file::install(const std::string& target, bool durable) {
+    if (installed_) return io_result::ok;
     if (fd_.valid() || name_.empty()) return io_result::failed;
     if (rename_file(name_.c_str(), target.c_str()) != io_result::ok) return io_result::failed;
     name_.clear();
@@ -298,6 +309,7 @@ io_result private_file::install(const std::string& target, bool durable) {
 }
 
 void private_file::discard() {
+    installed_ = false;
     (void)fd_.close();
     if (!name_.empty()) (void)remove_file(name_.c_str());
     name_.clear();

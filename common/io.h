@@ -110,10 +110,12 @@ public:
     // The open descriptor, read-write.
     int get() const { return fd_.get(); }
     // Finishes writing: flushes the data to stable storage when `durable`,
-    // gives a nameless file its hidden name and closes it; failed when any
-    // of that failed (the file is then still removed when the object goes).
-    io_result seal(bool durable);
-    // Renames the sealed file to `target`, replacing whatever is there; with
+    // gives a nameless file a name and closes it; failed when any of that
+    // failed (the file is then still removed when the object goes). A file
+    // that is not `durable` is linked straight at `target` when nothing has
+    // that name yet, so it appears there whole in one step.
+    io_result seal(const std::string& target, bool durable);
+    // Puts the sealed file at `target`, replacing whatever is there; with
     // `durable` the folder is flushed after the rename too, so the new name
     // survives a power loss.
     io_result install(const std::string& target, bool durable);
@@ -121,12 +123,15 @@ public:
     void discard();
 
 private:
+    // Links the nameless file at `name`; failed when that name exists.
+    io_result link_at(const std::string& name);
     // Gives the nameless file a hidden name in its folder.
     io_result give_name();
 
     descriptor fd_;
     std::string folder_;
-    std::string name_;  // the hidden name while one exists on disk
+    std::string name_;    // the hidden name while one exists on disk
+    bool installed_ = false;  // sealed straight under its final name
 };
 
 }  // namespace common

@@ -318,7 +318,7 @@ bool job::complete() {
     }
     // Replacing the original: the converted frame reaches stable storage first,
     // so a crash or power loss leaves one whole version or the other.
-    if (out_.seal(in_place_) != common::io_result::ok) {
+    if (out_.seal(target_, in_place_) != common::io_result::ok) {
         fail(kImageWriteFailed);
         return true;
     }
