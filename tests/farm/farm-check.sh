@@ -83,7 +83,7 @@ done <<EOF
 -j 0
 --slurm --partition nosuchpartition
 EOF
-(cd "$T/farm" && env PATH=/nonexistent "$T/bin/tarvex-farm" $engine) >/dev/null 2>&1; [ $? = 2 ] || fail "no PATH"
+(cd "$T/farm" && env PATH=/nonexistent "$T/bin/tarvex-farm" $engine) >/dev/null 2>&1; [ $? = 2 ] || fail "no path given"
 (cd "$T/farm" && env PATH=/nonexistent "$T/bin/tarvex-farm" $engine a) >/dev/null 2>&1; [ $? = 2 ] || fail "no engine"
 diff -r "$f" "$T/farm" || fail "a refused run changed frames"
 exit $status
