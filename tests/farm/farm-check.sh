@@ -6,7 +6,7 @@
 set -u
 build=$1; shift; engine=$*; tools=$(dirname "$0")/../../tools
 "$tools/install-deps" parallel >/dev/null || exit 1
-T=$(mktemp -d); BUILD=$build; export T BUILD LC_ALL=C
+T=$(mktemp -d); BUILD=$build; TMPDIR=$T/tmp; export T BUILD TMPDIR LC_ALL=C
 fail() { echo "FAIL: $*"; status=1; }
 status=0; cluster=
 trap 'rm -rf "$T"; [ -z "$cluster" ] || "$tools/farm-cluster" stop "$cluster"' EXIT
@@ -16,17 +16,21 @@ if [ "$engine" = --slurm ]; then
   export SLURM_CONF=$cluster/slurm.conf
 fi
 
-# a: big-endian, its first frame at offset 4096 with an unset low level (only
-# a frame can carry -1); b: little-endian at 2048, .DPX; c: refused frames.
+# a: big-endian, its first frame with what only a frame can carry: its image
+# at 1664 (as FFmpeg writes it) and an unset low level (-1); b: little-endian
+# at 2048, .DPX; c: refused frames.
 f=$T/frames; mk=$build/tools/tarvex-mkframes
-mkdir -p "$f/a" "$f/b" "$f/c" "$f/out"
-$mk -W 64 -H 32 -o 4096 "$f/a/f.0001.dpx" && $mk -W 64 -H 32 -s 2 -n 11 "$f/a/f.%04d.dpx"
-printf '\377\377\377\377' | dd of="$f/a/f.0001.dpx" bs=1 seek=784 conv=notrunc 2>/dev/null
+mkdir -p "$f/a" "$f/b" "$f/c" "$f/out" "$TMPDIR"
+$mk -W 64 -H 32 -o 2048 "$T/f.dpx" && $mk -W 64 -H 32 -s 2 -n 11 "$f/a/f.%04d.dpx"
+{ head -c 1664 "$T/f.dpx"; tail -c +2049 "$T/f.dpx"; } > "$f/a/f.0001.dpx"
+put() { printf "$2" | dd of="$f/a/f.0001.dpx" bs=1 seek="$1" conv=notrunc 2>/dev/null; }
+put 4 '\0\0\6\200' && put 808 '\0\0\6\200' && put 784 '\377\377\377\377'
 $mk -W 64 -H 32 -n 4 -e little -o 2048 "$f/b/g.%04d.DPX" && $mk -W 64 -H 32 -b 8 "$f/c/e.dpx"
 $mk -W 64 -H 32 -k cineon "$f/c/k.dpx" && echo junk > "$f/c/bad.dpx" && mkdir "$f/b/sub.dpx"
 paths="c/bad.dpx c/e.dpx c/k.dpx missing.dpx"
 printf '%s\n' a b $paths > "$T/farm.list"
 (cd "$f" && printf '%s\n' a/*.dpx b/*.DPX $paths) > "$T/ref.list"
+(cd "$f" && printf '%s\n' b/*.DPX) > "$T/clean.list"
 
 # A tarvex beside the farm that dies by SIGKILL: KILL=once the first shard's
 # at its start, the first time; KILL=after the shard holding c/k.dpx's once
@@ -47,11 +51,15 @@ chmod +x "$T/bin/tarvex"
 farm() { (cd "$T/farm" && KILL=$kill "$T/bin/tarvex-farm" $engine --chunk 5 "$@") > "$T/farm.out"; }
 fresh() { rm -rf "$T/farm" "$T/ref" "$T/killed" && cp -a "$f" "$T/farm" && cp -a "$f" "$T/ref"; }
 
-# KILL  the farm's frames: as PATHs or a LIST  OPTIONS (the same for the farm and tarvex)
+# KILL  the farm's frames: all as PATHs or a LIST, or b alone  OPTIONS (for the farm and tarvex)
 while read -r kill how opts; do
-  fresh
-  if [ "$how" = list ]; then farm $opts -l "$T/farm.list"; else farm $opts a b $paths; fi; got=$?
-  (cd "$T/ref" && "$build/tarvex" $opts -l "$T/ref.list") |
+  fresh; list=$T/ref.list
+  case $how in
+    paths) farm $opts a b $paths ;;
+    list) farm $opts -l "$T/farm.list" ;;
+    clean) list=$T/clean.list; farm $opts b ;;
+  esac; got=$?
+  (cd "$T/ref" && "$build/tarvex" $opts -l "$list") |
     sed '1d; /^Renaming\.\.\./d; s/^.\[1;31mError: .*! (\(.*\)).\[0m$/Failed: \1/' | grep -v '^$' > "$T/ref.out"
   grep -q 'only .* failed' "$T/ref.out"; want=$((1 - $?))
   [ "$got" = "$want" ] || fail "$kill $how $opts: exit $got, want $want"
@@ -62,7 +70,8 @@ done <<EOF
 once  paths
 after list  -c out
 none  paths -b 64
-none  list  -o 2048 -t 2 -w 700
+none  list  -o 2048 -t 2 -w 700 -b -1
+once  clean -t 2
 EOF
 
 # A shard that dies twice: its frames stay as they were and count as failed.
@@ -86,4 +95,5 @@ EOF
 (cd "$T/farm" && env PATH=/nonexistent "$T/bin/tarvex-farm" $engine) >/dev/null 2>&1; [ $? = 2 ] || fail "no path given"
 (cd "$T/farm" && env PATH=/nonexistent "$T/bin/tarvex-farm" $engine a) >/dev/null 2>&1; [ $? = 2 ] || fail "no engine"
 diff -r "$f" "$T/farm" || fail "a refused run changed frames"
+[ -z "$(ls -A "$TMPDIR")" ] || fail "left in TMPDIR: $(ls -A "$TMPDIR")"
 exit $status
