@@ -27,12 +27,11 @@ struct outcome {
     long peak_kib = 0;
 };
 
-// Runs a command with its output discarded; exits on failure.
-outcome run(const std::vector<std::string>& args) {
+// Starts a command with its output discarded.
+pid_t start(const std::vector<std::string>& args) {
     std::vector<char*> argv;
     for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
-    auto start = std::chrono::steady_clock::now();
     pid_t pid = fork();
     if (pid == 0) {
         int null = open("/dev/null", O_WRONLY);
@@ -40,18 +39,30 @@ outcome run(const std::vector<std::string>& args) {
         execvp(argv[0], argv.data());
         _exit(127);
     }
-    int status = 0;
-    struct rusage usage;
-    wait4(pid, &status, 0, &usage);
+    return pid;
+}
+
+// Runs commands at the same time and waits for all; exits on any failure.
+outcome run_together(const std::vector<std::vector<std::string>>& commands) {
+    auto begin = std::chrono::steady_clock::now();
+    std::vector<pid_t> pids;
+    for (const auto& c : commands) pids.push_back(start(c));
     outcome o;
-    o.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    o.peak_kib = usage.ru_maxrss;
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        std::fprintf(stderr, "filebench: %s failed\n", args[0].c_str());
-        std::exit(1);
+    for (size_t i = 0; i < pids.size(); ++i) {
+        int status = 0;
+        struct rusage usage;
+        wait4(pids[i], &status, 0, &usage);
+        o.peak_kib = std::max(o.peak_kib, long(usage.ru_maxrss));
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+            std::fprintf(stderr, "filebench: %s failed\n", commands[i][0].c_str());
+            std::exit(1);
+        }
     }
+    o.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     return o;
 }
+
+outcome run(const std::vector<std::string>& args) { return run_together({args}); }
 
 void shell(const std::string& command) {
     if (std::system(command.c_str()) != 0) {
@@ -87,8 +98,9 @@ void fresh(const std::string& dir) {
 
 // The floor of any safe in-place rewrite, done in this process: each file is
 // copied to a temporary beside it, flushed, and renamed over the original, so
-// the original's blocks are freed as tarvex's replacement frees them.
-outcome copy_flush_replace(const std::vector<std::string>& files) {
+// the original's blocks are freed as tarvex's replacement frees them. With
+// `flush_folder` the folder is flushed after each rename too, as tarvex does.
+outcome copy_flush_replace(const std::vector<std::string>& files, bool flush_folder = false) {
     auto start = std::chrono::steady_clock::now();
     for (const auto& f : files) {
         std::string tmp = f + ".tmp";
@@ -104,6 +116,11 @@ outcome copy_flush_replace(const std::vector<std::string>& files) {
         }
         if (fdatasync(out) != 0 || close(out) != 0 || rename(tmp.c_str(), f.c_str()) != 0) std::exit(1);
         close(in);
+        if (flush_folder) {
+            int dir = open(f.substr(0, f.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY);
+            if (dir < 0 || fsync(dir) != 0) std::exit(1);
+            close(dir);
+        }
     }
     outcome o;
     o.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -143,12 +160,14 @@ int main(int argc, char** argv) {
         std::string name, size_w, size_h;
         int count;
     };
-    const std::vector<set> sets = {{"2k", "2048", "1556", 20}, {"4k", "4096", "3112", 5}, {"tiny", "64", "48", 1000}};
+    const std::vector<set> sets = {{"2k", "2048", "1556", 20}, {"4k", "4096", "3112", 5},
+                                   {"tiny", "64", "48", 1000}, {"2k host order", "2048", "1556", 20}};
     for (const auto& s : sets) {
         std::string dir = work + "/src/" + s.name;
         if (int(files_in(dir).size()) == s.count) continue;
         fresh(dir);
-        run({mkframes, "-W", s.size_w, "-H", s.size_h, "-n", std::to_string(s.count), "-e", "big",
+        const bool host = s.name.find("host") != std::string::npos;
+        run({mkframes, "-W", s.size_w, "-H", s.size_h, "-n", std::to_string(s.count), "-e", host ? "little" : "big",
              dir + "/frame.%04d.dpx"});
     }
     shell("sync");
@@ -159,7 +178,18 @@ int main(int argc, char** argv) {
         const auto src = files_in(work + "/src/" + s.name);
         const std::string label = s.name + " (" + s.size_w + "x" + s.size_h + ")";
         std::vector<scenario> mine;
-        if (s.name != "tiny") {
+        if (s.name == "2k host order") {
+            mine.push_back({"-c, " + label, "cp", s.count, {}, {}});
+            mine.push_back({"in place -t 2 (settings pass), " + label, "cp + fdatasync", s.count, {}, {}});
+        } else if (s.name == "2k") {
+            mine.push_back({"in place, " + label, "cp + fdatasync", s.count, {}, {}});
+            mine.push_back({"in place, " + label, "copy, fdatasync, rename over original", s.count, {}, {}});
+            mine.push_back({"in place, " + label, "copy, fdatasync, rename, folder flush", s.count, {}, {}});
+            mine.push_back({"-c, " + label, "cp", s.count, {}, {}});
+            mine.push_back({"-c -o 4096 (settings pass), " + label, "cp", s.count, {}, {}});
+            mine.push_back({"in place, two runs at once over the halves, " + label, "one run over all", s.count, {}, {}});
+            mine.push_back({"-c, two runs at once over the halves, " + label, "one run over all", s.count, {}, {}});
+        } else if (s.name != "tiny") {
             mine.push_back({"in place, " + label, "cp + fdatasync", s.count, {}, {}});
             mine.push_back({"in place, " + label, "copy, fdatasync, rename over original", s.count, {}, {}});
             mine.push_back({"-c, " + label, "cp", s.count, {}, {}});
@@ -169,13 +199,31 @@ int main(int argc, char** argv) {
         }
         for (int r = 0; r < reps; ++r) {
             for (auto& sc : mine) {
+                const bool together = sc.name.find("two runs") != std::string::npos;
+                // The same frames, in place or into a fresh -c folder, by one
+                // tarvex run or by two at once over the two halves.
+                auto tarvex_over = [&](const std::vector<std::string>& options, const std::vector<std::string>& frames,
+                                       bool split) {
+                    if (!split) return run(concat(concat({tarvex}, options), frames));
+                    const auto middle = frames.begin() + long(frames.size() / 2);
+                    return run_together({concat(concat({tarvex}, options), {frames.begin(), middle}),
+                                         concat(concat({tarvex}, options), {middle, frames.end()})});
+                };
+                auto fresh_copy = [&] {
+                    fresh(inplace);
+                    shell("cp -t '" + inplace + "' '" + work + "/src/" + s.name + "'/*");
+                    settle();
+                    return files_in(inplace);
+                };
                 auto time_tarvex = [&] {
                     outcome o;
-                    if (sc.name.rfind("in place", 0) == 0) {
-                        fresh(inplace);
-                        shell("cp -t '" + inplace + "' '" + work + "/src/" + s.name + "'/*");
-                        settle();
-                        o = run(concat({tarvex}, files_in(inplace)));
+                    if (sc.name.rfind("in place -t", 0) == 0) {
+                        o = run(concat({tarvex, "-t", "2"}, fresh_copy()));
+                    } else if (sc.name.rfind("in place", 0) == 0) {
+                        o = tarvex_over({}, fresh_copy(), together);
+                    } else if (together) {
+                        fresh(out);
+                        o = tarvex_over({"-c", out}, src, true);
                     } else if (sc.name.find("-o 4096") != std::string::npos) {
                         fresh(out);
                         o = run(concat({tarvex, "-o", "4096", "-c", out}, src));
@@ -188,10 +236,16 @@ int main(int argc, char** argv) {
                 };
                 auto time_baseline = [&] {
                     fresh(base);
-                    if (sc.baseline_name == "copy, fdatasync, rename over original") {
+                    if (sc.baseline_name == "one run over all") {
+                        if (sc.name.rfind("in place", 0) == 0) sc.baseline.push_back(tarvex_over({}, fresh_copy(), false).seconds);
+                        else sc.baseline.push_back(tarvex_over({"-c", base}, src, false).seconds);
+                        return;
+                    }
+                    if (sc.baseline_name.rfind("copy, fdatasync, rename", 0) == 0) {
                         shell("cp -t '" + base + "' '" + work + "/src/" + s.name + "'/*");
                         settle();
-                        sc.baseline.push_back(copy_flush_replace(files_in(base)).seconds);
+                        const bool flush_folder = sc.baseline_name.find("folder") != std::string::npos;
+                        sc.baseline.push_back(copy_flush_replace(files_in(base), flush_folder).seconds);
                         return;
                     }
                     outcome o = run(concat({"cp", "-t", base}, src));
@@ -227,6 +281,18 @@ int main(int argc, char** argv) {
                         (median(sc.tarvex) - median(plain.tarvex)) * 1000 / sc.frames);
         }
     }
+    // The folder flush after each rename, on the rewrite pattern tarvex uses.
+    for (const auto& sc : results) {
+        if (sc.baseline_name != "copy, fdatasync, rename, folder flush") continue;
+        for (const auto& plain : results)
+            if (plain.name == sc.name && plain.baseline_name == "copy, fdatasync, rename over original")
+                std::printf("\nfolder flush cost per frame, %s: %.2f ms\n", sc.name.substr(10).c_str(),
+                            (median(sc.baseline) - median(plain.baseline)) * 1000 / sc.frames);
+    }
+    for (const auto& sc : results)
+        if (sc.baseline_name == "one run over all")
+            std::printf("\nthroughput of two runs at once over one run, %s: %.2f x\n", sc.name.c_str(),
+                        median(sc.baseline) / median(sc.tarvex));
     std::printf("\nEvery run (ms), tarvex / baseline:\n");
     for (const auto& sc : results) {
         std::printf("  %s:", sc.name.c_str());

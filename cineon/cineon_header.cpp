@@ -1,5 +1,6 @@
 #include "cineon/cineon_header.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 
@@ -37,8 +38,9 @@ void local_time_field(char* field, size_t size, const char* format) {
     std::time_t now = std::time(nullptr);
     std::tm parts{};
     if (localtime_r(&now, &parts)) std::strftime(text, sizeof text, format, &parts);
-    std::strncpy(field, text, size);
-    field[size - 1] = '\0';
+    const size_t n = std::min(std::strlen(text), size - 1);
+    std::memcpy(field, text, n);
+    std::memset(field + n, 0, size - n);
 }
 
 }  // namespace

@@ -2,36 +2,22 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <climits>
 #include <cstring>
 
 #include "cineon/cineon_reader.h"
 #include "cineon/cineon_writer.h"
 #include "cineon/dpx_reader.h"
 #include "cineon/dpx_writer.h"
-
-namespace {
-
-// Largest request handed to one read or write call.
-constexpr uint64_t io_chunk = uint64_t(1) << 30;
-
-bool seek_to(int fd, uint64_t offset) {
-    if (offset > uint64_t(LLONG_MAX)) return false;
-    return lseek(fd, off_t(offset), SEEK_SET) == off_t(offset);
-}
-
-}  // namespace
+#include "common/io.h"
 
 cineon::~cineon() { close(); }
 
 int cineon::close() {
     if (fd < 0) return fd;
-    int result = ::close(fd);
+    common::descriptor owned(fd);
     fd = -1;
-    return result;
+    return owned.close() == common::io_result::ok ? 0 : -1;
 }
 
 void cineon::copy_description(const cineon& from) {
@@ -77,11 +63,14 @@ cineonreader::cineonreader() {
 int cineonreader::open(const char* path, bool read_header) {
     if (fd >= 0) return codec_already_open;
     if (!path) return codec_io;
-    fd = ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
-        fd = -1;
-        return codec_io;
-    }
+    return attach(common::open_for_reading(path).release(), read_header);
+}
+
+int cineonreader::attach(int descriptor, bool read_header) {
+    common::descriptor owned(descriptor);
+    if (fd >= 0) return codec_already_open;
+    if (!owned.valid()) return codec_io;
+    fd = owned.release();
     // Each frame is read once; NOREUSE keeps it from crowding the page cache.
     posix_fadvise(fd, 0, 0, POSIX_FADV_NOREUSE);
     if (!read_header) return codec_ok;
@@ -111,34 +100,18 @@ int cineonreader::read_element(uint32_t, void*, uint64_t) { return codec_unsuppo
 int cineonreader::read_thumbnail(void*, uint32_t, uint32_t, uint64_t) { return codec_unsupported; }
 
 int cineonreader::read_exact(void* buf, uint64_t offset, uint64_t size) {
-    if (!seek_to(fd, offset)) return codec_io;
-    unsigned char* p = static_cast<unsigned char*>(buf);
-    uint64_t done = 0;
-    while (done < size) {
-        uint64_t want = size - done < io_chunk ? size - done : io_chunk;
-        ssize_t n = ::read(fd, p + done, size_t(want));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return codec_io;
-        done += uint64_t(n);
-    }
-    return codec_ok;
+    return common::read_at(fd, buf, size, offset) == common::io_result::ok ? codec_ok : codec_io;
 }
 
 int cineonreader::file_size(uint64_t& bytes) const {
-    struct stat st;
-    if (fstat(fd, &st) != 0 || st.st_size < 0) return codec_io;
-    bytes = uint64_t(st.st_size);
-    return codec_ok;
+    return common::size_of(fd, bytes) == common::io_result::ok ? codec_ok : codec_io;
 }
 
 int cineonwriter::open(const char* path, bool write_header, bool host_order) {
     if (fd >= 0) return codec_already_open;
     if (!path) return codec_io;
-    fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0664);
-    if (fd < 0) {
-        fd = -1;
-        return codec_io;
-    }
+    fd = common::open_file(path, O_WRONLY | O_CREAT | O_TRUNC, 0664).release();
+    if (fd < 0) return codec_io;
     swap_bytes = host_order ? 0 : 1;
     if (!write_header) return codec_ok;
     return this->write_header();
@@ -157,31 +130,21 @@ int cineonwriter::write_image(const void* buf, uint64_t size) {
 }
 
 int cineonwriter::write_exact(const void* buf, uint64_t offset, uint64_t size) {
-    if (!seek_to(fd, offset)) return codec_io;
-    const unsigned char* p = static_cast<const unsigned char*>(buf);
-    uint64_t done = 0;
-    while (done < size) {
-        uint64_t want = size - done < io_chunk ? size - done : io_chunk;
-        ssize_t n = ::write(fd, p + done, size_t(want));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return codec_io;
-        done += uint64_t(n);
-    }
-    return codec_ok;
+    return common::write_at(fd, buf, size, offset) == common::io_result::ok ? codec_ok : codec_io;
 }
 
 int read_magic(const char* path, uint32_t& magic) {
     magic = 0;
     if (!path) return codec_io;
-    int fd = ::open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return codec_io;
+    common::descriptor file = common::open_for_reading(path);
+    return read_magic(file.get(), magic);
+}
+
+int read_magic(int descriptor, uint32_t& magic) {
+    magic = 0;
     unsigned char bytes[4];
-    ssize_t n;
-    do {
-        n = ::read(fd, bytes, sizeof bytes);
-    } while (n < 0 && errno == EINTR);
-    ::close(fd);
-    if (n != ssize_t(sizeof bytes)) return codec_io;
+    if (descriptor < 0 || common::read_at(descriptor, bytes, sizeof bytes, 0) != common::io_result::ok)
+        return codec_io;
     std::memcpy(&magic, bytes, sizeof bytes);
     return codec_ok;
 }
@@ -200,20 +163,27 @@ int image_holder::load(const char* path) {
     delete dpx_reader;
     dpx_reader = nullptr;
 
+    if (!path) return codec_io;
+    // Only a regular file is a frame: a FIFO, device or folder is refused at
+    // once (the open does not wait for a FIFO's writer).
+    common::descriptor file = common::open_for_reading(path);
+    struct stat st;
+    if (!file.valid() || common::status_of(file.get(), st) != common::io_result::ok || !S_ISREG(st.st_mode))
+        return codec_io;
     uint32_t magic = 0;
-    int result = read_magic(path, magic);
+    int result = read_magic(file.get(), magic);
     if (result != codec_ok) return result;
 
     if (magic == cineon_magic || magic == cineon_magic_swapped) {
         cineon_reader = new kodakcineon_reader();
-        if (cineon_reader->open(path, true) == codec_ok) return codec_ok;
+        if (cineon_reader->attach(file.release(), true) == codec_ok) return codec_ok;
         delete cineon_reader;
         cineon_reader = nullptr;
         return codec_io;
     }
     if (magic == dpx_magic || magic == dpx_magic_swapped) {
         dpx_reader = new smptedpx_reader();
-        if (dpx_reader->open(path, true) == codec_ok) return codec_ok;
+        if (dpx_reader->attach(file.release(), true) == codec_ok) return codec_ok;
         delete dpx_reader;
         dpx_reader = nullptr;
         return codec_io;

@@ -84,6 +84,10 @@ public:
     // Opens `path` read-only and, when asked, reads the header. 2 when
     // already open, 3 when the open fails, else read_header's result.
     int open(const char* path, bool read_header);
+    // Takes over the open descriptor `descriptor` and, when asked, reads the
+    // header through it: 2 when already open (the descriptor is then closed),
+    // 3 for an invalid descriptor, else read_header's result.
+    int attach(int descriptor, bool read_header);
 
     // Loads the header, checks it and fills the description.
     virtual int read_header() = 0;
@@ -151,11 +155,14 @@ struct image_holder {
     // Deletes every reader and writer held.
     ~image_holder();
 
-    // Builds the reader that the file's magic selects and opens it with its
-    // header read; 0, or 3 for an unreadable, unknown or refused file, after
-    // which every pointer is null.
+    // Opens the file once, builds the reader that its magic selects and
+    // hands it that descriptor with its header read, so header and image come
+    // from the same file whatever happens to the path meanwhile; 0, or 3 for
+    // an unreadable, unknown or refused file, after which every pointer is null.
     int load(const char* path);
 };
 
 // Reads the first four bytes of `path` into `magic` in host order; 0 or 3.
 int read_magic(const char* path, uint32_t& magic);
+// Reads the first four bytes of the open file `descriptor` into `magic`; 0 or 3.
+int read_magic(int descriptor, uint32_t& magic);

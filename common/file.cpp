@@ -15,6 +15,7 @@
 #include <functional>
 
 #include "common/exceptions.h"
+#include "common/io.h"
 #include "common/stream.h"
 
 namespace common {
@@ -26,14 +27,8 @@ constexpr size_t max_number_digits = 15;
 
 // Unbuffered, so the messages keep their place among the console's writes.
 void say(const char* text) {
-    size_t n = std::strlen(text);
-    while (n > 0) {
-        ssize_t w = ::write(1, text, n);
-        if (w < 0 && errno == EINTR) continue;
-        if (w <= 0) return;
-        text += w;
-        n -= size_t(w);
-    }
+    // The console ignores a failed write; so do these messages.
+    (void)write_all(1, text, std::strlen(text));
 }
 
 bool inside(const char* text, const char* begin, const char* end) {
@@ -434,13 +429,9 @@ bool file::exists(int* is_dir) {
         ::closedir(dir);
         if (is_dir) *is_dir = 1;
         found = true;
-    } else {
-        int fd = ::open(c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-        if (fd >= 0) {
-            ::close(fd);
-            if (is_dir) *is_dir = 0;
-            found = true;
-        }
+    } else if (open_for_reading(c_str()).valid()) {
+        if (is_dir) *is_dir = 0;
+        found = true;
     }
     convert_to(saved);
     return found;
@@ -456,7 +447,7 @@ file file::as_posix_path(const file& other) {
 int file::remove() {
     if (!data) return 0;
     convert_to(posix_path);
-    return ::remove(c_str()) == 0 ? 0 : 1;
+    return remove_file(c_str()) == io_result::ok ? 0 : 1;
 }
 
 int file::change_mode(mode_t mode) {
@@ -476,52 +467,28 @@ int file::rename_to(const file& other) {
     if (!data) return 0;
     convert_to(posix_path);
     const file target = as_posix_path(other);
-    return ::rename(c_str(), target.c_str()) == 0 ? 0 : 1;
+    return rename_file(c_str(), target.c_str()) == io_result::ok ? 0 : 1;
 }
 
 int file::copy_to(const file& other) {
     if (!data) return 0;
     convert_to(posix_path);
     const file target = as_posix_path(other);
-    int in = ::open(c_str(), O_RDONLY | O_CLOEXEC);
-    if (in < 0) return 1;
+    descriptor in = open_file(c_str(), O_RDONLY);
+    if (!in.valid()) return 1;
     struct stat from, to;
     // A directory has no bytes to copy, and copying a file onto itself would
     // truncate it before it is read.
-    if (::fstat(in, &from) != 0 || S_ISDIR(from.st_mode) ||
-        (::stat(target.c_str(), &to) == 0 && to.st_dev == from.st_dev && to.st_ino == from.st_ino)) {
-        ::close(in);
+    if (status_of(in.get(), from) != io_result::ok || S_ISDIR(from.st_mode) ||
+        (status_of(target.c_str(), to) == io_result::ok && to.st_dev == from.st_dev && to.st_ino == from.st_ino))
         return 1;
-    }
     mode_t mode = from.st_mode & 07777;
-    int out = ::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-    if (out < 0) {
-        ::close(in);
-        return 1;
-    }
+    descriptor out = open_file(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC, mode);
+    if (!out.valid()) return 1;
     // The creation mode passes through the umask; the copy gets the source's bits.
-    int result = ::fchmod(out, mode) == 0 ? 0 : 1;
-    char block[4096];
-    for (;;) {
-        ssize_t got = ::read(in, block, sizeof block);
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) result = 1;
-        if (got < 1) break;
-        const char* p = block;
-        while (got > 0) {
-            ssize_t put = ::write(out, p, size_t(got));
-            if (put < 0 && errno == EINTR) continue;
-            if (put <= 0) break;
-            p += put;
-            got -= put;
-        }
-        if (got > 0) {
-            result = 1;
-            break;
-        }
-    }
-    ::close(in);
-    if (::close(out) != 0) result = 1;
+    int result = ::fchmod(out.get(), mode) == 0 ? 0 : 1;
+    if (from.st_size > 0 && copy_range(in.get(), 0, out.get(), 0, uint64_t(from.st_size)) != io_result::ok) result = 1;
+    if (out.close() != io_result::ok) result = 1;
     return result;
 }
 

@@ -4,18 +4,15 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "common/io.h"
+
 namespace common {
 
 namespace {
 // Unbuffered, so the messages keep their place among the console's writes.
 void say(const char* text) {
-    size_t n = std::strlen(text);
-    while (n > 0) {
-        ssize_t w = ::write(1, text, n);
-        if (w <= 0) return;
-        text += w;
-        n -= size_t(w);
-    }
+    // The console ignores a failed write; so do these messages.
+    (void)write_all(1, text, std::strlen(text));
 }
 }  // namespace
 

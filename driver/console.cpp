@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "common/exceptions.h"
+#include "common/io.h"
 
 namespace common {
 
@@ -39,13 +40,8 @@ console::console(int descriptor) : fd(descriptor) {
 console::~console() {}
 
 console& console::put(const char* text, size_t n) {
-    while (n > 0) {
-        ssize_t w = ::write(fd, text, n);
-        if (w < 0 && errno == EINTR) continue;
-        if (w <= 0) break;
-        text += w;
-        n -= size_t(w);
-    }
+    // A closed or full output never stops the run: write errors are ignored.
+    (void)write_all(fd, text, n);
     return *this;
 }
 
@@ -117,8 +113,8 @@ char* console::read_waiting(int* count) {
     if (waiting > max_waiting) waiting = max_waiting;
     char* text = static_cast<char*>(std::malloc(size_t(waiting) + 1));
     if (!text) throw _throw_bad_allocation();
-    ssize_t got = ::read(fd, text, size_t(waiting));
-    if (got < 1) {
+    size_t got = 0;
+    if (read_some(fd, text, size_t(waiting), got) != io_result::ok || got < 1) {
         std::free(text);
         return nullptr;
     }
@@ -134,8 +130,8 @@ int console::read(char* buf, int len) {
     if (fd != 0 || ::ioctl(fd, FIONREAD, &waiting) != 0 || waiting < 1) return 0;
     if (waiting > len - 1) waiting = len - 1;
     if (waiting < 1) return 0;
-    ssize_t got = ::read(fd, buf, size_t(waiting));
-    if (got < 1) return 0;
+    size_t got = 0;
+    if (read_some(fd, buf, size_t(waiting), got) != io_result::ok || got < 1) return 0;
     buf[got] = 0;
     return int(got);
 }

@@ -1,16 +1,20 @@
 #include "driver/entry.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
 
 #include "common/file.h"
+#include "common/io.h"
 #include "driver/console.h"
+#include "driver/interrupt.h"
 #include "driver/progress.h"
 #include "driver/repair_job.h"
 #include "driver/settings.h"
@@ -36,6 +40,20 @@ void print_banner() {
     common::console_out << line << ">" << "\033[0m" << "\n";
 }
 
+// The -o value: "-1", or decimal digits alone for 2048 to 2147483647. Any
+// other text (a sign, a blank, a suffix, a value past 32 bits) gives 0, which
+// the offset check refuses, so no value is ever silently wrapped.
+int32_t parse_offset(const char* value) {
+    if (std::strcmp(value, "-1") == 0) return -1;
+    int64_t n = 0;
+    for (const char* p = value; *p; ++p) {
+        if (*p < '0' || *p > '9') return 0;
+        n = n * 10 + (*p - '0');
+        if (n > INT32_MAX) return 0;
+    }
+    return *value ? int32_t(n) : 0;
+}
+
 // Applies one option; -z ends the process at once.
 void handle_option(int option, const char* value) {
     switch (option) {
@@ -46,7 +64,7 @@ void handle_option(int option, const char* value) {
         case 'w': g_highData = std::atoi(value); break;
         case 'b': g_lowData = std::atoi(value); break;
         case 't': g_transfer = std::atoi(value); break;
-        case 'o': g_byteOffset = std::atoi(value); break;
+        case 'o': g_byteOffset = parse_offset(value); break;
         case 'c':
             g_outputDir.assign(1, value);
             g_outputDir.add_separator(1);
@@ -63,7 +81,8 @@ void handle_option(int option, const char* value) {
 int parse_options(int argc, char** argv, void (*handler)(int, const char*)) {
     int option;
     while ((option = getopt(argc, argv, kOptionString)) != -1) {
-        if (option == ':') {
+        // An empty output folder would quietly mean "in place".
+        if (option == ':' || (option == 'c' && optarg && *optarg == '\0')) {
             common::console_out << "Option needs a value" << "\n";
             return 1;
         }
@@ -78,10 +97,34 @@ int parse_options(int argc, char** argv, void (*handler)(int, const char*)) {
     return 0;
 }
 
+// Longest list line taken as a path; a longer line stays one job, cut to a
+// length no path can have, so it fails to load instead of being mistaken
+// for a shorter path, and memory stays bounded whatever the list holds.
+constexpr size_t kMaxListLine = 4096;
+
+// Reads the list: one job a line. A folder or a device gives no jobs, like
+// a list that cannot be opened; a FIFO or a pipe is read.
 void read_list_file() {
-    std::ifstream list(g_listFile);
+    common::descriptor list = common::open_file(g_listFile.c_str(), O_RDONLY);
+    struct stat st;
+    if (!list.valid() || common::status_of(list.get(), st) != common::io_result::ok ||
+        !(S_ISREG(st.st_mode) || S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode)))
+        return;
     std::string line;
-    while (std::getline(list, line)) g_listEntries.push_back(line);
+    char block[1 << 16];
+    size_t got = 0;
+    while (common::read_some(list.get(), block, sizeof block, got) == common::io_result::ok && got > 0) {
+        for (size_t i = 0; i < got; ++i) {
+            if (block[i] == '\n') {
+                g_listEntries.push_back(line);
+                line.clear();
+            } else if (line.size() <= kMaxListLine) {
+                line += block[i];
+            }
+        }
+        if (got < sizeof block) break;
+    }
+    if (!line.empty()) g_listEntries.push_back(line);
     g_totalJobs = int32_t(g_listEntries.size());
 }
 
@@ -95,9 +138,15 @@ void exit_program(int code) {
 
 int tarvex_main(int argc, char** argv) {
     gettimeofday(&g_startTime, nullptr);
+    catch_interruptions();
     print_banner();
     start_application_layer();
-    parse_options(argc, argv, handle_option);  // a bad option ends parsing, not the run
+    // A mistyped option ends the run before any file is touched: taking the
+    // rest as operands could convert originals meant for an output folder.
+    if (parse_options(argc, argv, handle_option) != 0) {
+        teardown_application_layer();
+        return 0;
+    }
 
     const int operands = argc - optind;
     if (operands <= 0 && g_listMode == 0) {
@@ -114,21 +163,20 @@ int tarvex_main(int argc, char** argv) {
     if (g_listMode == 0) g_totalJobs = operands;
     else read_list_file();
 
-    while (g_totalJobs > g_jobsDone) {
+    while (g_totalJobs > g_jobsDone && !interrupted()) {
         const char* path = g_listMode ? g_listEntries[size_t(g_jobsDone)].c_str()
                                       : argv[optind + g_jobsDone];
-        {
-            common::file input(path);
-            repair_job(input);
-        }
+        common::file input(path);
+        if (!repair_job(input)) break;  // interrupted: this job is not done
         ++g_jobsDone;
         showProgress(g_jobsDone - 1, g_totalJobs);
     }
-    showProgress(g_jobsDone, g_totalJobs);
+    if (!interrupted()) showProgress(g_jobsDone, g_totalJobs);
 
     common::console_out << "\n" << "Finished " << g_jobsDone << " of " << g_totalJobs;
     if (g_failedJobs == 0) common::console_out << ", none failed to convert." << "\n";
     else common::console_out << ", only " << g_failedJobs << " failed to convert." << "\n";
+    if (interrupted()) end_by_interruption();
 
     teardown_application_layer();
     return 0;

@@ -2,18 +2,20 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "cineon/codec.h"
 #include "cineon/dpx_header.h"
 #include "cineon/dpx_reader.h"
+#include "common/io.h"
 #include "driver/console.h"
+#include "driver/interrupt.h"
 #include "driver/settings.h"
 #include "driver/settings_report.h"
 
@@ -30,31 +32,14 @@ const char kImageWriteFailed[] =
     "Could not swap DPX to local byte ordering because it could not write the image file!";
 const char kHeaderWriteFailed[] =
     "Could not swap DPX to local byte ordering because it could not write the header!";
+const char kReplaceFailed[] =
+    "Could not swap DPX to local byte ordering because it could not replace the original file!";
+const char kCineonRenameFailed[] =
+    "Could not rename the Cineon file to its .cin name because that name is taken or could not be made!";
 
 // Image data is moved through a buffer of at most this many bytes, so memory
 // stays bounded whatever the frame size.
 constexpr uint64_t kChunkBytes = uint64_t(1) << 20;
-
-// Owns an open descriptor and closes it on every exit path.
-class descriptor {
-public:
-    descriptor() = default;
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    ~descriptor() { close(); }
-    int get() const { return fd_; }
-    void reset(int fd) { close(); fd_ = fd; }
-    // Closes the descriptor; false when close reported an error.
-    bool close() {
-        if (fd_ < 0) return true;
-        int r = ::close(fd_);
-        fd_ = -1;
-        return r == 0;
-    }
-
-private:
-    int fd_ = -1;
-};
 
 // Owns a malloc'ed buffer.
 class buffer {
@@ -69,25 +54,10 @@ private:
     void* data_;
 };
 
-// Writes all `size` bytes at `offset`; false on any short or failed write.
-bool write_at(int fd, const void* data, uint64_t size, uint64_t offset) {
-    const uint8_t* p = static_cast<const uint8_t*>(data);
-    while (size > 0) {
-        ssize_t n = ::pwrite(fd, p, size_t(size), off_t(offset));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        p += n;
-        size -= uint64_t(n);
-        offset += uint64_t(n);
-    }
-    return true;
-}
-
-// The image data size: the larger of the reader's width x height and the
-// stored pixels-per-line x lines, four bytes a pixel, so a header whose
-// original size is smaller than the stored image drops no pixels. A product
-// beyond 64 bits gives the largest size, which no file can hold.
-uint64_t image_data_size(const smptedpx_reader& reader, const SMPTE268M_Header_t& header) {
+// The image data size the header declares: the larger of the reader's width
+// x height and the stored pixels-per-line x lines, four bytes a pixel. A
+// product beyond 64 bits gives the largest size, which no file can hold.
+uint64_t declared_image_size(const smptedpx_reader& reader, const SMPTE268M_Header_t& header) {
     auto product = [](uint64_t a, uint64_t b) {
         uint64_t n;
         if (__builtin_mul_overflow(a, b, &n) || __builtin_mul_overflow(n, uint64_t(4), &n)) return UINT64_MAX;
@@ -97,173 +67,126 @@ uint64_t image_data_size(const smptedpx_reader& reader, const SMPTE268M_Header_t
                     product(header.pixels_per_line, header.lines_per_element));
 }
 
-// Where one copy of the image goes in the output file.
-struct placement {
-    uint64_t offset;
-    int failures;  // failures a short write here counts
-};
+// The name a misnamed Cineon file is given: its extension replaced by
+// "cin", or ".cin" appended when it has none or only a frame number there
+// (scan.0001 becomes scan.0001.cin, so the frames of a sequence keep apart).
+// Empty when the name already ends in ".cin".
+std::string cineon_name(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    const size_t start = slash == std::string::npos ? 0 : slash + 1;
+    const size_t dot = path.rfind('.');
+    if (dot == std::string::npos || dot < start) return path + ".cin";
+    const std::string extension = path.substr(dot + 1);
+    if (extension == "cin") return std::string();
+    const bool digits = !extension.empty() &&
+                        std::all_of(extension.begin(), extension.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return digits ? path + ".cin" : path.substr(0, dot + 1) + "cin";
+}
 
-enum class copy_status { ok, read_failed, write_failed };
+enum class copy_status { ok, read_failed, write_failed, interrupted };
 
 // One job's objects and the exits they share.
 class job {
 public:
-    explicit job(const common::file& input) : input_(input) {}
-    void run();
+    explicit job(const common::file& input) : input_(input), given_(input.c_str() ? input.c_str() : "") {}
+    // Runs the job; false when an interruption stopped it before it finished.
+    bool run();
 
 private:
     bool load();
-    bool rename_cineon();
-    void build_paths();
+    void rename_cineon();
+    bool read_header();
+    void take_first_settings();
+    void plan_output();
     bool needs_settings() const;
-    bool image_lies_in_input(uint64_t size) const;
-    copy_status copy_image(uint64_t size, const placement* places, int count, int* failures);
-    bool open_output(int flags);
+    bool convert(bool swap, bool settings);
+    bool copy_unchanged();
+    bool open_output();
+    copy_status copy_image(uint64_t size, uint64_t to, bool swap);
     void fail(const char* message, int failures = 1);
-    void fail_keeping_output(const char* message);
-    void complete();
+    bool complete();
 
     const common::file& input_;
+    std::string given_;           // the path as the user gave it, for error lines
     image_holder holder_;
     smptedpx_reader* reader_ = nullptr;
     SMPTE268M_Header_t header_;
-    common::file output_;
-    common::file temporary_;
-    descriptor out_;
-    bool created_output_ = false;  // this job created or truncated the output
+    std::string target_;          // where the converted frame goes when complete
+    bool in_place_ = false;       // the target is the input itself
+    common::private_file out_;    // the converted frame while it is written
 };
 
-void job::run() {
-    if (!load()) return;
+bool job::run() {
+    if (!load()) return true;
     if (holder_.cineon_reader) {
         rename_cineon();
-        return;
+        return true;
     }
     reader_ = holder_.dpx_reader;
-    if (reader_->read_header_bytes(&header_, sizeof header_) != 0) {
-        ++g_failedJobs;
-        printError(1, kLoadFailed);
-        return;
-    }
-    auto& element = header_.image_element[0];
-
-    if (g_firstReport) {
-        print_settings_report(*reader_, header_);
-        g_firstReport = false;
-        if (g_byteOffset == -1) g_byteOffset = int32_t(element.data_offset);
-        if (g_lowData == -1) g_lowData = int32_t(element.ref_low_data);
-        if (g_highData == -1) g_highData = int32_t(element.ref_high_data);
-        if (g_transfer == -1) g_transfer = element.transfer;
-    }
-
+    if (!read_header()) return true;
+    if (g_firstReport) take_first_settings();
     if (reader_->bit_depth != 10) {
-        ++g_failedJobs;
-        printError(1, kNot10Bit);
-        return;
+        fail(kNot10Bit);
+        return true;
     }
-
-    build_paths();
-    bool swap = reader_->swap_bytes != 0;
-    bool settings = needs_settings();
-    if (!swap && !settings) return;  // already right: nothing is written or renamed
-
-    const uint64_t size = image_data_size(*reader_, header_);
-    const uint64_t source = reader_->data_offset;
-    // The settings pass moves the image to the run's offset.
-    const uint64_t target = settings ? uint32_t(g_byteOffset) : source;
-    // A pass writes no header bytes at or beyond the offset its image went to.
-    const uint64_t swap_header_bytes = std::min<uint64_t>(sizeof header_, source);
-    const uint64_t settings_header_bytes = std::min<uint64_t>(sizeof header_, target);
-
-    if (swap) {
-        if (!open_output(O_WRONLY | O_CREAT | O_TRUNC)) {
-            fail(kOpenFailed);
-            return;
-        }
-    } else if (!open_output(O_RDWR) && !open_output(O_WRONLY | O_CREAT | O_TRUNC)) {
-        // The settings pass reuses an existing output file without truncating
-        // it; when it can open nothing the job ends without a word.
-        return;
-    }
-    if (!image_lies_in_input(size)) {
-        fail(kReadFailed);
-        return;
-    }
-
-    // Both passes are written in one go: the output was just truncated, so
-    // its final bytes are the swap pass's image and header overlaid by the
-    // settings pass's image and header. The swap header survives only where
-    // the settings header is shorter and no image covers it.
-    if (swap && settings && swap_header_bytes > settings_header_bytes) {
-        const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&header_);
-        if (!write_at(out_.get(), bytes + settings_header_bytes,
-                      swap_header_bytes - settings_header_bytes, settings_header_bytes)) {
-            fail(kHeaderWriteFailed);
-            return;
-        }
-    }
-
-    // The swap pass writes the image where it was; the settings pass writes it
-    // at the run's offset, and a short write there counts twice. Rewriting the
-    // same bytes at the same place is skipped.
-    placement places[2];
-    int count = 0;
-    if (swap) places[count++] = {source, 1};
-    if (settings && !(swap && target == source)) places[count++] = {target, 2};
-    int failures = 0;
-    switch (copy_image(size, places, count, &failures)) {
-        case copy_status::read_failed: fail(kReadFailed); return;
-        case copy_status::write_failed: fail(kImageWriteFailed, failures); return;
-        case copy_status::ok: break;
-    }
-
-    if (settings) {
-        header_.image_offset = uint32_t(g_byteOffset);
-        element.data_offset = uint32_t(g_byteOffset);
-        element.ref_low_data = uint32_t(g_lowData);
-        element.ref_high_data = uint32_t(g_highData);
-        element.transfer = uint8_t(g_transfer & 0xff);
-        element.descriptor = 50;
-        element.packing = 1;
-    }
-    if (!write_at(out_.get(), &header_, settings ? settings_header_bytes : swap_header_bytes, 0)) {
-        // A failed settings-pass header leaves its output file in place.
-        if (settings) fail_keeping_output(kHeaderWriteFailed);
-        else fail(kHeaderWriteFailed);
-        return;
-    }
-    complete();
+    plan_output();
+    const bool swap = reader_->swap_bytes != 0;
+    const bool settings = needs_settings();
+    if (swap || settings) return convert(swap, settings);
+    // Already right: in place nothing is written; into -c's folder the frame
+    // is copied as it is, so that folder holds the whole sequence.
+    return in_place_ ? true : copy_unchanged();
 }
 
 bool job::load() {
     if (holder_.load(input_.c_str()) == 0) return true;
-    ++g_failedJobs;
-    printError(1, kLoadFailed);
+    fail(kLoadFailed);
     return false;
 }
 
-bool job::rename_cineon() {
-    common::file renamed(input_);
-    if (!renamed.change_extension("cin", 1)) return false;
-    // The reader's descriptor stays open across the rename; the file is untouched.
-    common::file(input_).rename_to(renamed);
-    common::console_out << "Renaming..." << renamed << "\n";
-    return true;
+void job::rename_cineon() {
+    const std::string renamed = cineon_name(given_);
+    if (renamed.empty()) return;
+    // Never over another file: a sequence of Cineon frames must not collapse
+    // into one name. The reader's descriptor stays open; the file is untouched.
+    if (common::rename_no_replace(given_.c_str(), renamed.c_str()) != common::io_result::ok) {
+        fail(kCineonRenameFailed);
+        return;
+    }
+    common::console_out << "Renaming..." << renamed.c_str() << "\n";
 }
 
-void job::build_paths() {
+bool job::read_header() {
+    if (reader_->read_header_bytes(&header_, sizeof header_) == 0) return true;
+    fail(kLoadFailed);
+    return false;
+}
+
+// The first DPX file of the run prints the settings report and fixes every
+// setting not given as an option.
+void job::take_first_settings() {
+    const auto& element = header_.image_element[0];
+    print_settings_report(*reader_, header_);
+    g_firstReport = false;
+    if (g_byteOffset == -1) g_byteOffset = int32_t(element.data_offset);
+    if (g_lowData == -1) g_lowData = int32_t(element.ref_low_data);
+    if (g_highData == -1) g_highData = int32_t(element.ref_high_data);
+    if (g_transfer == -1) g_transfer = element.transfer;
+}
+
+void job::plan_output() {
     if (g_outputDir.size > 0) {
         char name[256];
         input_.name(name, sizeof name);
-        output_ = g_outputDir;
-        output_.append(1, name);
-        return;
+        target_ = std::string(g_outputDir.c_str()) + name;
+        // An output folder that is the input's own folder converts in place.
+        in_place_ = common::same_file(reader_->fd, target_.c_str());
+        if (!in_place_) return;
     }
-    std::string text = input_.c_str();
-    size_t slash = text.rfind('/');
-    std::string directory = slash == std::string::npos ? std::string() : text.substr(0, slash + 1);
-    output_.assign(1, (directory + "~tmp.dpx").c_str());
-    temporary_ = output_;
+    // A frame given through a symbolic link is converted where the link
+    // points; the link itself stays as it is.
+    target_ = common::resolved_path(given_);
+    in_place_ = true;
 }
 
 bool job::needs_settings() const {
@@ -273,97 +196,140 @@ bool job::needs_settings() const {
            int32_t(element.transfer) != g_transfer ||
            header_.image_offset != uint32_t(g_byteOffset) ||
            header_.image_offset != element.data_offset ||
-           element.descriptor != 50 ||
            element.packing != 1;
 }
 
-bool job::image_lies_in_input(uint64_t size) const {
-    struct stat st;
-    if (size == 0 || fstat(reader_->fd, &st) != 0 || st.st_size < 0) return false;
-    const uint64_t file = uint64_t(st.st_size);
-    const uint64_t offset = reader_->data_offset;
-    return offset <= file && size <= file - offset;
+// Writes the converted frame: the image from its offset to the end of the
+// input (so nothing the header does not count is lost), every whole word
+// reversed when the byte order changes, at the run's offset when the
+// settings are rewritten; then the header in host order.
+bool job::convert(bool swap, bool settings) {
+    auto& element = header_.image_element[0];
+    const uint64_t source = reader_->data_offset;
+    const uint64_t target = settings ? uint32_t(g_byteOffset) : source;
+    uint64_t file = 0;
+    if (common::size_of(reader_->fd, file) != common::io_result::ok || source > file ||
+        declared_image_size(*reader_, header_) > file - source || file == source) {
+        fail(kReadFailed);
+        return true;
+    }
+    if (!open_output()) {
+        // A frame that only needs its settings rewritten ends without a word
+        // when its output cannot be made.
+        if (swap) fail(kOpenFailed);
+        return true;
+    }
+    // A short settings-pass write counts twice, as it always has.
+    const int failures = settings && !(swap && target == source) ? 2 : 1;
+    switch (copy_image(file - source, target, swap)) {
+        case copy_status::read_failed: fail(kReadFailed); return true;
+        case copy_status::write_failed: fail(kImageWriteFailed, failures); return true;
+        case copy_status::interrupted: return false;
+        case copy_status::ok: break;
+    }
+    if (settings) {
+        header_.image_offset = uint32_t(g_byteOffset);
+        element.data_offset = uint32_t(g_byteOffset);
+        element.ref_low_data = uint32_t(g_lowData);
+        element.ref_high_data = uint32_t(g_highData);
+        element.transfer = uint8_t(g_transfer & 0xff);
+        element.packing = 1;
+    }
+    // Header bytes that were image data in the input (data starting inside
+    // the 2048-byte header) are written as an unset header area, never as
+    // pixels; no header byte goes where the image now starts.
+    uint8_t* bytes = reinterpret_cast<uint8_t*>(&header_);
+    if (source < sizeof header_) std::memset(bytes + source, 0, sizeof header_ - source);
+    const uint64_t header_bytes = std::min<uint64_t>(sizeof header_, target);
+    if (common::write_at(out_.get(), bytes, header_bytes, 0) != common::io_result::ok) {
+        fail(kHeaderWriteFailed);
+        return true;
+    }
+    return complete();
 }
 
-copy_status job::copy_image(uint64_t size, const placement* places, int count, int* failures) {
+// -c with a frame that needs nothing: the kernel copies it whole (on XFS and
+// Btrfs by sharing its blocks).
+bool job::copy_unchanged() {
+    uint64_t file = 0;
+    if (common::size_of(reader_->fd, file) != common::io_result::ok) {
+        fail(kReadFailed);
+        return true;
+    }
+    if (!open_output()) {
+        fail(kOpenFailed);
+        return true;
+    }
+    if (common::copy_range(reader_->fd, 0, out_.get(), 0, file) != common::io_result::ok) {
+        fail(kImageWriteFailed);
+        return true;
+    }
+    return complete();
+}
+
+bool job::open_output() {
+    // The converted frame is written into a file of this job's own beside its
+    // final place, so no other run and no earlier file can be mixed into it.
+    // In place it takes the original's owner, mode and attributes when
+    // complete; in -c's folder it is created with the input's permission
+    // bits, less the umask, as cp does.
+    struct stat st;
+    const mode_t mode = common::status_of(reader_->fd, st) == common::io_result::ok ? st.st_mode & 0777 : 0664;
+    return out_.create(common::folder_of(target_), in_place_ ? 0600 : mode) == common::io_result::ok;
+}
+
+copy_status job::copy_image(uint64_t size, uint64_t to, bool swap) {
     const uint64_t source = reader_->data_offset;
-    // When the second copy lies above the first, walking the image from its
-    // end makes every byte of the second copy land after any byte of the first
-    // copy that overlaps it, as if the copies were written one after the other.
-    const bool backwards = count == 2 && places[1].offset > places[0].offset;
+    // Bytes already in host order are copied by the kernel, not through here.
+    if (!swap) {
+        return common::copy_range(reader_->fd, source, out_.get(), to, size) == common::io_result::ok
+                   ? copy_status::ok
+                   : copy_status::write_failed;
+    }
     const uint64_t chunk = std::min(size, kChunkBytes);
     buffer data(chunk);
     if (!data.get()) return copy_status::read_failed;
-    const uint64_t chunks = (size + chunk - 1) / chunk;
-    for (uint64_t i = 0; i < chunks; ++i) {
-        uint64_t index = backwards ? chunks - 1 - i : i;
-        uint64_t at = index * chunk;
-        uint64_t n = std::min(chunk, size - at);
+    for (uint64_t at = 0; at < size; at += chunk) {
+        if (interrupted()) return copy_status::interrupted;
+        const uint64_t n = std::min(chunk, size - at);
         if (reader_->read_at(data.get(), source + at, n) != 0) return copy_status::read_failed;
-        if (reader_->swap_bytes) reverse_words(data.get(), n);
-        for (int k = 0; k < count; ++k) {
-            if (!write_at(out_.get(), data.get(), n, places[k].offset + at)) {
-                *failures = places[k].failures;
-                return copy_status::write_failed;
-            }
-            // A frame that replaces its original is flushed before the rename:
-            // starting its write-back now lets the disk work while the rest
-            // of the frame is converted, so the flush has little left to wait for.
-            if (temporary_.size > 0)
-                sync_file_range(out_.get(), off64_t(places[k].offset + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
-        }
+        // Whole words are reversed; a tail of one to three bytes stays as it is.
+        reverse_words(data.get(), n);
+        if (common::write_at(out_.get(), data.get(), n, to + at) != common::io_result::ok)
+            return copy_status::write_failed;
+        // A frame that replaces its original is flushed before the rename:
+        // starting its write-back now lets the disk work while the rest of
+        // the frame is converted, so the flush has little left to wait for.
+        if (in_place_) sync_file_range(out_.get(), off64_t(to + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
     }
     return copy_status::ok;
 }
 
-bool job::open_output(int flags) {
-    // The output must never be the input itself: truncating it would destroy
-    // the frame before it is read.
-    struct stat in, out;
-    if (stat(output_.c_str(), &out) == 0 && fstat(reader_->fd, &in) == 0 &&
-        in.st_dev == out.st_dev && in.st_ino == out.st_ino)
-        return false;
-    int fd = ::open(output_.c_str(), flags | O_CLOEXEC, 0664);
-    if (fd < 0) return false;
-    out_.reset(fd);
-    if (flags & O_TRUNC) created_output_ = true;
-    return true;
-}
-
 void job::fail(const char* message, int failures) {
     g_failedJobs += failures;
-    printError(1, message);
-    out_.close();
-    if (temporary_.size > 0) temporary_.remove();
-    // A partial frame must not stay in the output folder looking converted.
-    else if (created_output_) output_.remove();
+    printError(4, message, " (", given_.c_str(), ")");
+    out_.discard();
 }
 
-void job::fail_keeping_output(const char* message) {
-    ++g_failedJobs;
-    printError(1, message);
-    out_.close();
-    if (temporary_.size == 0 && created_output_) output_.remove();
-}
-
-void job::complete() {
+bool job::complete() {
+    if (in_place_ && common::copy_metadata(reader_->fd, out_.get()) != common::io_result::ok) {
+        fail(kImageWriteFailed);
+        return true;
+    }
     // Replacing the original: the converted frame reaches stable storage first,
     // so a crash or power loss leaves one whole version or the other.
-    const bool replaces_input = temporary_.size > 0;
-    if (replaces_input && fdatasync(out_.get()) != 0) {
+    if (out_.seal(target_, in_place_) != common::io_result::ok) {
         fail(kImageWriteFailed);
-        return;
+        return true;
     }
-    // close reports write errors some file systems hold back until then.
-    if (!out_.close()) {
-        fail(kImageWriteFailed);
-        return;
-    }
-    if (replaces_input) temporary_.rename_to(input_);
+    // Past this point an interruption no longer stops the job: the frame is
+    // complete, and putting it in place is one rename.
+    if (out_.install(target_, in_place_) != common::io_result::ok) fail(in_place_ ? kReplaceFailed : kImageWriteFailed);
+    return true;
 }
 
 }  // namespace
 
-void repair_job(const common::file& input) {
-    job(input).run();
+bool repair_job(const common::file& input) {
+    return job(input).run();
 }

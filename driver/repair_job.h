@@ -5,4 +5,6 @@
 
 // Rewrites the DPX file `input` in host byte order with the run's settings
 // (or renames a misnamed Cineon file), reporting and counting any failure.
-void repair_job(const common::file& input);
+// False when an interruption (SIGINT, SIGTERM, SIGHUP) stopped it before it
+// finished; its output is then gone and nothing is counted.
+bool repair_job(const common::file& input);
