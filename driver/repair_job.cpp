@@ -209,7 +209,7 @@ bool job::convert(bool swap, bool settings) {
     const uint64_t target = settings ? uint32_t(g_byteOffset) : source;
     uint64_t file = 0;
     if (common::size_of(reader_->fd, file) != common::io_result::ok || source > file ||
-        declared_image_size(*reader_, header_) > file - source || file == source) {
+        declared_image_size(*reader_, header_) > file - source || declared_image_size(*reader_, header_) == 0) {
         fail(kReadFailed);
         return true;
     }

@@ -10,6 +10,7 @@
 // opened, so a test can bound what a file makes tarvex allocate.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -125,6 +126,20 @@ int close(int fd) { return descriptor_call("close", fd); }
 int rename(const char* from, const char* to) {
     const bool failing = (watched(from) || watched(to)) && fails("rename", from, 0, 0, to);
     return failing ? failure(EIO) : REAL(rename)(from, to);
+}
+int renameat2(int from_dir, const char* from, int to_dir, const char* to, unsigned flags) {
+    const bool failing = (watched(from) || watched(to)) && fails("rename2", from, 0, 0, to);
+    return failing ? failure(EIO) : REAL(renameat2)(from_dir, from, to_dir, to, flags);
+}
+// The link that gives a finished nameless file its name, logged under that name.
+int linkat(int from_dir, const char* from, int to_dir, const char* to, int flags) {
+    const bool failing = watched(to) && fails("link", to, 0, 0);
+    return failing ? failure(EIO) : REAL(linkat)(from_dir, from, to_dir, to, flags);
+}
+// A kernel copy is a write to its output.
+ssize_t copy_file_range(int in, loff_t* in_at, int out, loff_t* out_at, size_t n, unsigned flags) {
+    return transfer("copy", out, n, out_at ? *out_at : -1, true,
+                    [&](size_t k) { return REAL(copy_file_range)(in, in_at, out, out_at, k, flags); });
 }
 // Logged, never made to fail: it only runs on the way out of an injected failure.
 int remove(const char* path) {

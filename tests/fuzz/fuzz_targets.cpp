@@ -110,7 +110,7 @@ int repair(const uint8_t* data, size_t size) {
     g_highData = g_lowData = -1, g_firstReport = true, g_failedJobs = 0;
     g_outputDir = common::file();
     if (variant == 3) g_outputDir.assign(1, out.c_str()), g_outputDir.add_separator(1);
-    const model::job want = model::convert(input, run);
+    const model::job want = model::convert(input, run, variant == 3);
     testdata::write_file(frame, input);
     bounded(size, [&] { repair_job(common::file(frame.c_str())); });
 

@@ -10,6 +10,10 @@ const char* const open_failed = "Could not swap DPX to local byte ordering becau
 const char* const read_failed = "Could not swap DPX to local byte ordering because it could not read the image file!";
 const char* const write_failed = "Could not swap DPX to local byte ordering because it could not write the image file!";
 const char* const header_failed = "Could not swap DPX to local byte ordering because it could not write the header!";
+const char* const replace_failed =
+    "Could not swap DPX to local byte ordering because it could not replace the original file!";
+const char* const cineon_taken =
+    "Could not rename the Cineon file to its .cin name because that name is taken or could not be made!";
 
 namespace {
 
@@ -32,7 +36,16 @@ bool cineon_loads(const bytes& in) {
 
 }  // namespace
 
-job convert(const bytes& in, run& r, const bytes& prior) {
+std::string cineon_name(const std::string& name) {
+    const size_t base = name.rfind('/') + 1, dot = name.rfind('.');
+    if (dot == std::string::npos || dot < base) return name + ".cin";
+    const std::string extension = name.substr(dot + 1);
+    if (extension == "cin") return name;
+    const bool digits = !extension.empty() && extension.find_first_not_of("0123456789") == std::string::npos;
+    return digits ? name + ".cin" : name.substr(0, dot + 1) + "cin";
+}
+
+job convert(const bytes& in, run& r, bool copy) {
     job j;
     auto fail = [&](const char* why) { return j.error = why, j.failures = 1, j; };
     const uint64_t magic = in.size() >= 4 ? testdata::get(in, 0, 4, true) : 0;
@@ -62,36 +75,38 @@ job convert(const bytes& in, run& r, const bytes& prior) {
 
     // The reference values compare as the 16-bit numbers the report prints.
     const bool settings = int16_t(low) != r.low || int16_t(high) != r.high || transfer != r.transfer || packing != 1 ||
-                          field(4, 4) != uint32_t(r.offset) || field(4, 4) != offset || descriptor != 50;
+                          field(4, 4) != uint32_t(r.offset) || field(4, 4) != offset;
     j.swapped = big != host_big;
-    if (!j.swapped && !settings) return j;
+    if (!j.swapped && !settings) {
+        if (copy) j.opened = j.written = true, j.output = in;
+        return j;
+    }
     j.opened = true;
-    // The larger of the stored and the original size (when given) is copied.
+    // The header's size (the larger of the stored and the original size, when
+    // given) must lie in the file; every byte from the offset on is carried over.
     const uint64_t width = field(772, 4), height = field(776, 4), x = field(1424, 4), y = field(1428, 4);
     const uint64_t size = std::max(image_size(width, height), image_size(x == 0 || x == 0xFFFFFFFF ? width : x,
                                                                           y == 0 || y == 0xFFFFFFFF ? height : y));
     if (size == 0 || size > in.size() - offset) return fail(read_failed);
 
-    bytes header(in.begin(), in.begin() + 2048), image(in.begin() + long(offset), in.begin() + long(offset + size));
+    bytes header(in.begin(), in.begin() + 2048), image(in.begin() + long(offset), in.end());
     if (j.swapped) {
         header = testdata::with_fields_reversed(header, testdata::dpx_swapped_fields());
-        for (auto word = image.begin(); word < image.end(); word += 4) std::reverse(word, word + 4);
+        for (size_t w = 0; w + 4 <= image.size(); w += 4) std::reverse(image.begin() + long(w), image.begin() + long(w + 4));
     }
-    // Each pass lays its image, then the header bytes below that image.
-    bytes& out = j.output = j.swapped ? bytes() : prior;
-    auto lay = [&](uint64_t at) {
-        out.resize(std::max<uint64_t>(out.size(), at + size));
-        std::copy(image.begin(), image.end(), out.begin() + long(at));
-        std::copy(header.begin(), header.begin() + long(std::min<uint64_t>(2048, at)), out.begin());
-    };
-    if (j.swapped) lay(offset);
-    if (settings) {
+    if (settings)
         for (auto [at, v, n] : std::vector<testdata::patch>{{4, uint32_t(r.offset), 4}, {808, uint32_t(r.offset), 4},
                                                             {784, uint32_t(r.low), 4}, {792, uint32_t(r.high), 4},
-                                                            {800, 50, 1}, {801, uint8_t(r.transfer), 1}, {804, 1, 2}})
+                                                            {801, uint8_t(r.transfer), 1}, {804, 1, 2}})
             testdata::put(header, at, v, n, host_big);  // of the transfer code only its low byte
-        lay(uint32_t(r.offset));
-    }
+    // Header bytes that were image data are zeros; the image goes at the
+    // run's offset when the settings are rewritten, zeros before it.
+    std::fill(header.begin() + long(std::min<uint64_t>(2048, offset)), header.end(), 0);
+    const uint64_t at = settings ? uint32_t(r.offset) : offset;
+    bytes& out = j.output;
+    out.assign(at + image.size(), 0);
+    std::copy(image.begin(), image.end(), out.begin() + long(at));
+    std::copy(header.begin(), header.begin() + long(std::min<uint64_t>(2048, at)), out.begin());
     return j.written = true, j;
 }
 

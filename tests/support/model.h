@@ -15,6 +15,8 @@ extern const char* const open_failed;
 extern const char* const read_failed;
 extern const char* const write_failed;
 extern const char* const header_failed;
+extern const char* const replace_failed;
+extern const char* const cineon_taken;
 
 // The run's settings: options, or what the first file that loads as DPX has; -1 is unset.
 struct run {
@@ -27,14 +29,18 @@ struct job {
     int failures = 0;      // what the summary counts
     bool report = false;   // it printed the settings report
     bool renamed = false;  // a Cineon file: renamed to .cin when its name allows, never read
-    bool swapped = false;  // it converts the byte order, truncating its output
-    bool opened = false;   // it opened its output, which a failure removes
-    bool written = false;  // `output` is written, and renamed over the input unless -c
+    bool swapped = false;  // it converts the byte order
+    bool opened = false;   // it made its private output file, which a failure removes
+    bool written = false;  // `output` is written, and renamed over the input or into -c's folder
     testdata::bytes output;
 };
 
-// Converting `input` in `r`. A frame needing only its settings rewritten
-// reuses the output file it finds, `prior`, without truncating it.
-job convert(const testdata::bytes& input, run& r, const testdata::bytes& prior = {});
+// Converting `input` in `r`; with `copy` (an output folder) a frame that
+// needs nothing is written there as it is.
+job convert(const testdata::bytes& input, run& r, bool copy = false);
+
+// The name a misnamed Cineon file `name` takes: "cin" for its extension, or
+// ".cin" added when it has none or an all-digit one; `name` when it ends in ".cin".
+std::string cineon_name(const std::string& name);
 
 }  // namespace model

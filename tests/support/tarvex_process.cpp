@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -180,7 +181,8 @@ outcome run_checked(const scratch_dir& dir, run_options options, std::string* ve
     for (const auto& [name, file] : files_in(dir.path())) ::utimensat(AT_FDCWD, (dir / name).c_str(), long_ago, 0);
     const std::map<std::string, file_state> before = files_in(dir.path());
 
-    // The settings and the jobs: operands, or the lines of the -l file. -z ends the run.
+    // The settings and the jobs: operands, or the lines of the -l file. -z, an
+    // unknown option, a missing value or an -o that is not 2048 to 2^31-1 or -1 end the run.
     model::run settings;
     std::vector<std::string> jobs, errors;
     std::string folder, list;
@@ -189,14 +191,18 @@ outcome run_checked(const scratch_dir& dir, run_options options, std::string* ve
         const std::string& a = options.args[i];
         const char option = a.size() == 2 && a[0] == '-' ? a[1] : 0;
         if (!option) jobs.push_back(a);
-        const bool valued = option && std::strchr("lwbtzco", option) && i + 1 < options.args.size();
+        const bool takes = option && std::strchr("lwbtzco", option);
+        const bool valued = takes && i + 1 < options.args.size();
         const std::string value = valued ? options.args[++i] : "";
         int32_t* number = option == 'w' ? &settings.high : option == 'b' ? &settings.low
-                        : option == 't' ? &settings.transfer : option == 'o' ? &settings.offset : nullptr;
+                        : option == 't' ? &settings.transfer : nullptr;
         if (valued && number) *number = std::atoi(value.c_str());
+        const bool digits = !value.empty() && value.size() <= 10 && value.find_first_not_of("0123456789") == std::string::npos;
+        if (valued && option == 'o') settings.offset = value == "-1" ? -1 : digits && std::stoll(value) <= INT32_MAX ? int32_t(std::stoll(value)) : 0;
         if (valued && option == 'l') list = value;
-        if (valued && option == 'c') folder = value.back() == '/' ? value : value + "/";
-        runs = runs && !(valued && option == 'z');
+        if (valued && option == 'c') folder = value.empty() ? "" : value.back() == '/' ? value : value + "/";
+        runs = runs && !(valued && option == 'z') && !(option && !std::strchr("lwbtzcof", option)) &&
+               !(takes && !valued) && !(option == 'c' && value.empty());
     }
     std::ifstream lines(dir / list);
     if (!list.empty()) jobs.clear();
@@ -210,47 +216,42 @@ outcome run_checked(const scratch_dir& dir, run_options options, std::string* ve
     bool report = false;
     auto relative = [&](std::string path) { return path.rfind(dir / "", 0) ? path : path.substr(dir.path().size() + 1); };
     folder = relative(folder);
+    if (folder == "./") folder.clear();  // the current folder: in place
     for (size_t i = 0; i < jobs.size(); ++i) {
         const std::string name = relative(jobs[i]);
-        const size_t base = name.rfind('/') + 1, dot = name.rfind('.');
-        const std::string out = folder.empty() ? name.substr(0, base) + "~tmp.dpx" : folder + name.substr(base);
-        const bool had_output = after.count(out);
-        const char force = i < forced.size() && std::strchr("LORWXHKNs", forced[i]) ? forced[i] : 0;
+        const size_t base = name.rfind('/') + 1;
+        // Into -c's folder under its own name, or in place (-c naming the input's own folder too).
+        const std::string out = folder.empty() || folder == name.substr(0, base) ? name : folder + name.substr(base);
+        const bool in_place = out == name;
+        const char force = i < forced.size() && std::strchr("LORWXHNTs", forced[i]) ? forced[i] : 0;
         const model::run was = settings;
-        model::job j = model::convert(after.count(name) ? after[name].data : testdata::bytes(), settings,
-                                      had_output ? after[out].data : testdata::bytes());
+        model::job j = model::convert(after.count(name) ? after[name].data : testdata::bytes(), settings, !in_place);
+        const std::string cin = model::cineon_name(name);
+        if (j.renamed && cin != name && after.count(cin)) j.error = model::cineon_taken, j.failures = 1, j.renamed = false;
         if (force) {
             static const std::map<char, std::string> texts = {
-                {'L', model::load_failed},  {'O', model::open_failed},   {'R', model::read_failed}, {'W', model::write_failed},
-                {'X', model::write_failed}, {'H', model::header_failed}, {'K', model::header_failed}};
+                {'L', model::load_failed},  {'O', model::open_failed},   {'R', model::read_failed},
+                {'W', model::write_failed}, {'X', model::write_failed}, {'H', model::header_failed},
+                {'N', in_place ? model::replace_failed : model::write_failed}, {'T', model::cineon_taken}};
             settings = force == 'L' ? was : settings;  // a file that does not load fixes no setting
             j.report = j.report && force != 'L';
             j.error = texts.count(force) ? texts.at(force) : "";
             j.failures = force == 'X' ? 2 : !j.error.empty();
-            j.opened = std::strchr("RWXHK", force);
-            j.written = j.written && force == 'N';
-            j.renamed = false;
+            j.written = j.renamed = false;
         }
         letters += force                ? force
-                   : !j.error.empty()   ? (j.error == model::not_10bit ? 'B' : j.error == model::read_failed ? 'R' : 'L')
+                   : !j.error.empty()   ? (j.error == model::not_10bit ? 'B' : j.error == model::read_failed ? 'R'
+                                           : j.error == model::cineon_taken ? 'T' : 'L')
                    : j.renamed          ? 'r'
                    : j.written          ? 'c'
                                         : 'u';
         report = report || j.report;
         failures += j.failures;
-        if (!j.error.empty()) errors.push_back(j.error);
-        // A Cineon file's extension becomes "cin", or "cin" is added.
-        const std::string cin = (dot == std::string::npos || dot < base ? name : name.substr(0, dot)) + ".cin";
+        if (!j.error.empty()) errors.push_back(j.error + " (" + jobs[i] + ")");
         if (j.renamed && cin != name) after[cin] = after[name], after.erase(name);
-        // A replaced input takes the temporary file, which keeps the frame when the rename failed (N);
-        // a failure removes the output it created or truncated, but for a settings-pass header (K).
-        if (j.written) after[folder.empty() && force != 'N' ? name : out] = {j.output};
-        if (force == 'K') after[out] = {{}, 0, -1};
-        if (j.written ? folder.empty() && force != 'N' : j.opened && force != 'K' && (folder.empty() || j.swapped || !had_output))
-            after.erase(out);
+        if (j.written) after[out] = {j.output};
     }
     if (verdicts) *verdicts = letters;
-
     options.dir = dir.path();
     outcome got = run(TARVEX_BINARY, options);
     EXPECT_EQ(0, got.status);

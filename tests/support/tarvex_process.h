@@ -72,11 +72,12 @@ std::map<std::string, file_state> files_in(const std::string& dir);
 // arguments make, the error lines, the report, the summary, and every file
 // of the folder afterwards, which holds the model's bytes and keeps its inode
 // and time unless a job wrote it. `verdicts` gets a letter a job: c converted,
-// u untouched, r renamed, or its failure: L load, B bits, R read. A letter of
+// u untouched, r renamed, or its failure: L load, B bits, R read, T a Cineon
+// name taken. A letter of
 // `forced` replaces the model's verdict on its job with a failure the run's
 // surroundings cause: L load, R read, O open, W image write (X counted
-// twice), H header write, K header write leaving ~tmp.dpx, N rename of
-// ~tmp.dpx, s silent (nothing written or counted).
+// twice), H header write, N the rename over the input, T the Cineon rename,
+// s silent (nothing written or counted).
 outcome run_checked(const scratch_dir& dir, run_options options, std::string* verdicts = nullptr,
                     const std::string& forced = "");
 
