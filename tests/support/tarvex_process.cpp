@@ -72,7 +72,7 @@ outcome run(const std::string& program, const run_options& o) {
     ::close(err[1]);
     if (o.kill_after >= 0) {
         std::this_thread::sleep_for(std::chrono::duration<double>(o.kill_after));
-        ::kill(pid, SIGKILL);
+        ::kill(pid, o.kill_signal);
     }
     // Both are read until closed (a terminal then reports EIO).
     struct pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
@@ -86,6 +86,7 @@ outcome run(const std::string& program, const run_options& o) {
     int status = 0;
     ::waitpid(pid, &status, 0);
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     static const std::regex error("\033\\[1;31mError: ([\\s\\S]*?)\033\\[0m");
     for (std::sregex_iterator it(r.out.begin(), r.out.end(), error), end; it != end; ++it) r.errors.push_back((*it)[1]);
     static const std::regex summary("\nFinished (\\d+) of (\\d+), (none|only (\\d+)) failed to convert\\.\n$");

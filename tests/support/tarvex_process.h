@@ -20,11 +20,13 @@ struct run_options {
     std::string dir;                // the working folder; empty keeps ours
     long file_size_limit = -1;      // RLIMIT_FSIZE, SIGXFSZ ignored (writes fail as on a full disk)
     bool unprivileged = false;      // started as root, run as user and group 65534
-    double kill_after = -1;         // >= 0: SIGKILL after this many seconds
+    double kill_after = -1;         // >= 0: send `kill_signal` after this many seconds
+    int kill_signal = 9;            // SIGKILL
 };
 
 struct outcome {
     int status = -1;  // exit status; -1 when it did not exit
+    int signal = 0;   // the signal that ended it, if one did
     std::string out, err;
     std::vector<std::string> errors;             // the texts of the red error lines, in order
     int finished = -1, total = -1, failed = -1;  // the summary line's numbers; -1 without one
