@@ -1,10 +1,7 @@
 // tarvex as a user runs it: the cases of tests/driver/cases.txt, each checked
 // against the model (see run_checked) and its transcript, the settings report
-// for header values, the progress line on terminals; and the console's
-// terminal sizes and reading of standard input, which tarvex itself never shows.
+// for header values, the progress line on terminals.
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,7 +9,6 @@
 #include <regex>
 #include <sstream>
 
-#include "driver/console.h"
 #include "support/dpx_bytes.h"
 #include "support/tarvex_process.h"
 
@@ -80,47 +76,6 @@ TEST(EndToEnd, EachCaseMatchesTheModelTwice) {
         ++cases;
     }
     EXPECT_GE(cases, 76);
-}
-
-TEST(Console, SizesComeFromTheTerminalEachTimeAndAreZeroElsewhere) {
-    using common::console;
-    struct winsize ws = {41, 133, 1064, 656};
-    int master, slave, fds[2];
-    ASSERT_EQ(0, ::openpty(&master, &slave, nullptr, nullptr, &ws));
-    ASSERT_EQ(0, ::pipe(fds));
-    auto sizes = [](console& c) { return std::vector<int>{c.rows(), c.width(), c.width_pixels(), c.height_pixels()}; };
-    console term(slave), piped(fds[1]);
-    EXPECT_EQ((std::vector<int>{41, 133, 1064, 656}), sizes(term));
-    EXPECT_EQ((std::vector<int>{0, 0, 0, 0}), sizes(piped));
-    ws = {24, 80, 0, 0};
-    ASSERT_EQ(0, ::ioctl(master, TIOCSWINSZ, &ws));
-    EXPECT_EQ((std::vector<int>{24, 80, 0, 0}), sizes(term));
-    for (int fd : {master, slave, fds[0], fds[1]}) ::close(fd);
-}
-
-TEST(Console, ReadTakesWhatWaitsOnStandardInputOnly) {
-    using common::console;
-    int fds[2], saved = ::dup(0);
-    ASSERT_EQ(0, ::pipe(fds));
-    ::dup2(fds[0], 0);
-    auto feed = [&](const std::string& t) { return ::write(fds[1], t.data(), t.size()) == ssize_t(t.size()); };
-    char buf[64];
-    // A read into a buffer of `size`: what it returned, and the buffer's text.
-    auto read = [&](int size) { return std::to_string(common::console_in.read(buf, size)) + " " + buf; };
-    using texts = std::vector<std::string>;
-    EXPECT_TRUE(feed("hello\n"));
-    EXPECT_EQ((texts{"3 hel", "1 l", "2 o\n", "0 "}), (texts{read(4), read(2), read(sizeof buf), read(sizeof buf)}));
-    EXPECT_TRUE(feed("x") && read(sizeof buf) == "1 x");
-    common::file path("/old");
-    common::stream text;
-    common::unicode wide;
-    EXPECT_TRUE(feed("/tmp/a.dpx") && common::console_in.read(path) == 10 && path.c_str() == std::string("/tmp/a.dpx"));
-    EXPECT_TRUE(feed("typed") && common::console_in.read(text) == 5 && text.c_str() == std::string("typed"));
-    EXPECT_TRUE(feed("\xC3\xA9") && common::console_in.read(wide) == 2 && wide.length() == 1 && wide.data()[0] == 0xE9);
-    EXPECT_TRUE(feed("left") && console(fds[0]).read(buf, sizeof buf) == 0) << "only descriptor 0 is read";
-    EXPECT_EQ(4, ::read(fds[0], buf, sizeof buf)) << "the bytes stay waiting";
-    ::dup2(saved, 0);
-    for (int fd : {saved, fds[0], fds[1]}) ::close(fd);
 }
 
 }  // namespace

@@ -116,10 +116,6 @@ ssize_t write(int fd, const void* buf, size_t n) {
 ssize_t pwrite(int fd, const void* buf, size_t n, off_t at) {
     return transfer("pwrite", fd, n, at, true, [&](size_t k) { return REAL(pwrite)(fd, buf, k, at); });
 }
-off_t lseek(int fd, off_t offset, int whence) {
-    const char* path = watched_fd(fd);
-    return path && fails("lseek", path, offset, whence) ? failure(EIO) : REAL(lseek)(fd, offset, whence);
-}
 int fdatasync(int fd) { return descriptor_call("fdatasync", fd); }
 int fsync(int fd) { return descriptor_call("fsync", fd); }
 int close(int fd) { return descriptor_call("close", fd); }

@@ -23,12 +23,8 @@ std::vector<std::string> fault_env(const std::string& dir, const std::string& lo
             "TARVEX_FAULT_AT=" + std::to_string(at), "TARVEX_FAULT_MODE=" + mode};
 }
 
-struct call {
-    long number;
-    std::string op, path;
-    long long a, b;  // open: flags; transfers and seeks: file offset, then byte count
-    bool failed;
-};
+// One logged call; a, b: open flags, or a transfer's file offset and byte count.
+struct call { long number; std::string op, path; long long a, b; bool failed; };
 
 // The numbered calls of a log; `largest` gets the largest allocation, -1 when none was recorded.
 std::vector<call> read_log(const std::string& path, long long* largest = nullptr) {

@@ -46,12 +46,6 @@ uint32_t host_word(const uint8_t* p) {
     uint32_t w;
     return std::memcpy(&w, p, 4), w;
 }
-uint16_t u16_at(const bytes& b, size_t at) { return uint16_t(get(b, at, 2, !host_little)); }
-uint32_t u32_at(const bytes& b, size_t at) { return uint32_t(get(b, at, 4, !host_little)); }
-float f32_at(const bytes& b, size_t at) {
-    float v;
-    return std::memcpy(&v, &b.at(at + 3) - 3, 4), v;
-}
 std::string text_at(const bytes& b, size_t at, size_t max) {
     b.at(at);  // throws when `at` lies outside `b`
     const auto start = b.begin() + long(at), end = start + long(std::min(max, b.size() - at));
@@ -60,11 +54,11 @@ std::string text_at(const bytes& b, size_t at, size_t max) {
 
 byte_image dpx_file(bool big, uint32_t width, uint32_t height, uint8_t descriptor, uint8_t bits, uint16_t packing,
                     size_t data_bytes) {
-    byte_image f(dpx_test_offset + data_bytes, big);
+    byte_image f(2048 + data_bytes, big);
     f.text(0, big ? "SDPX" : "XPDS");
-    for (auto [at, v, n] : std::vector<patch>{{4, dpx_test_offset, 4}, {660, 0xFFFFFFFF, 4}, {770, 1, 2},
+    for (auto [at, v, n] : std::vector<patch>{{4, 2048, 4}, {660, 0xFFFFFFFF, 4}, {770, 1, 2},
                                               {772, width, 4}, {776, height, 4}, {800, descriptor, 1}, {803, bits, 1},
-                                              {804, packing, 2}, {808, dpx_test_offset, 4}})
+                                              {804, packing, 2}, {808, 2048, 4}})
         put(f.data, at, v, n, big);
     return f;
 }

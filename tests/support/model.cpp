@@ -76,12 +76,8 @@ job convert(const bytes& in, run& r, bool copy) {
     // The reference values compare as the 16-bit numbers the report prints.
     const bool settings = int16_t(low) != r.low || int16_t(high) != r.high || transfer != r.transfer || packing != 1 ||
                           field(4, 4) != uint32_t(r.offset) || field(4, 4) != offset;
-    j.swapped = big != host_big;
-    if (!j.swapped && !settings) {
-        if (copy) j.opened = j.written = true, j.output = in;
-        return j;
-    }
-    j.opened = true;
+    const bool swapped = big != host_big;
+    if (!swapped && !settings) return copy ? (j.written = true, j.output = in, j) : j;
     // The header's size (the larger of the stored and the original size, when
     // given) must lie in the file; every byte from the offset on is carried over.
     const uint64_t width = field(772, 4), height = field(776, 4), x = field(1424, 4), y = field(1428, 4);
@@ -90,7 +86,7 @@ job convert(const bytes& in, run& r, bool copy) {
     if (size == 0 || size > in.size() - offset) return fail(read_failed);
 
     bytes header(in.begin(), in.begin() + 2048), image(in.begin() + long(offset), in.end());
-    if (j.swapped) {
+    if (swapped) {
         header = testdata::with_fields_reversed(header, testdata::dpx_swapped_fields());
         for (size_t w = 0; w + 4 <= image.size(); w += 4) std::reverse(image.begin() + long(w), image.begin() + long(w + 4));
     }

@@ -29,8 +29,6 @@ struct job {
     int failures = 0;      // what the summary counts
     bool report = false;   // it printed the settings report
     bool renamed = false;  // a Cineon file: renamed to .cin when its name allows, never read
-    bool swapped = false;  // it converts the byte order
-    bool opened = false;   // it made its private output file, which a failure removes
     bool written = false;  // `output` is written, and renamed over the input or into -c's folder
     testdata::bytes output;
 };

@@ -163,7 +163,8 @@ std::string stdout_of(const std::function<void()>& body) {
     return std::fclose(capture), out;
 }
 
-std::map<std::string, file_state> files_in(const std::string& dir) {
+// Every file and folder (with a trailing "/") below `dir`.
+static std::map<std::string, file_state> files_in(const std::string& dir) {
     std::map<std::string, file_state> files;
     std::error_code ignored;
     for (fs::recursive_directory_iterator it(dir, ignored), end; it != end; it.increment(ignored)) {

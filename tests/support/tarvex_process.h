@@ -67,8 +67,6 @@ struct file_state {
     int64_t mtime_ns = 0;
     bool operator==(const file_state& o) const { return data == o.data && inode == o.inode && mtime_ns == o.mtime_ns; }
 };
-// Every file and folder (with a trailing "/") below `dir`.
-std::map<std::string, file_state> files_in(const std::string& dir);
 
 // Runs tarvex in `dir` and checks the run against the model: the jobs the
 // arguments make, the error lines, the report, the summary, and every file
