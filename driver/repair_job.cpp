@@ -280,12 +280,16 @@ bool job::open_output() {
 
 copy_status job::copy_image(uint64_t size, uint64_t to, bool swap) {
     const uint64_t source = reader_->data_offset;
-    // Bytes already in host order are copied by the kernel, not through here.
-    if (!swap) {
-        return common::copy_range(reader_->fd, source, out_.get(), to, size) == common::io_result::ok
-                   ? copy_status::ok
-                   : copy_status::write_failed;
+    // Bytes already in host order are copied by the kernel, not through here,
+    // a chunk at a time so that write-back can start as for converted chunks.
+    for (uint64_t at = 0; !swap && at < size; at += kChunkBytes) {
+        if (interrupted()) return copy_status::interrupted;
+        const uint64_t n = std::min(kChunkBytes, size - at);
+        if (common::copy_range(reader_->fd, source + at, out_.get(), to + at, n) != common::io_result::ok)
+            return copy_status::write_failed;
+        if (in_place_) sync_file_range(out_.get(), off64_t(to + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
     }
+    if (!swap) return copy_status::ok;
     const uint64_t chunk = std::min(size, kChunkBytes);
     buffer data(chunk);
     if (!data.get()) return copy_status::read_failed;
