@@ -91,11 +91,13 @@ io_result read_some(int fd, void* data, size_t size, size_t& done) {
     return io_result::ok;
 }
 
-io_result read_at(int fd, void* data, uint64_t size, uint64_t offset) {
+// Moves all `size` bytes at `offset` through `call` (pread or pwrite),
+// retrying interrupted and short transfers.
+template <class Byte, class Call>
+io_result move_at(Byte* p, uint64_t size, uint64_t offset, Call call) {
     if (!fits_offset(offset, size)) return io_result::failed;
-    char* p = static_cast<char*>(data);
     while (size > 0) {
-        ssize_t n = ::pread(fd, p, size_t(std::min(size, kMaxRequest)), off_t(offset));
+        ssize_t n = call(p, size_t(std::min(size, kMaxRequest)), off_t(offset));
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) return io_result::failed;
         p += n;
@@ -103,6 +105,11 @@ io_result read_at(int fd, void* data, uint64_t size, uint64_t offset) {
         offset += uint64_t(n);
     }
     return io_result::ok;
+}
+
+io_result read_at(int fd, void* data, uint64_t size, uint64_t offset) {
+    return move_at(static_cast<char*>(data), size, offset,
+                   [fd](char* p, size_t n, off_t at) { return ::pread(fd, p, n, at); });
 }
 
 io_result write_all(int fd, const void* data, size_t size) {
@@ -118,17 +125,8 @@ io_result write_all(int fd, const void* data, size_t size) {
 }
 
 io_result write_at(int fd, const void* data, uint64_t size, uint64_t offset) {
-    if (!fits_offset(offset, size)) return io_result::failed;
-    const char* p = static_cast<const char*>(data);
-    while (size > 0) {
-        ssize_t n = ::pwrite(fd, p, size_t(std::min(size, kMaxRequest)), off_t(offset));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return io_result::failed;
-        p += n;
-        size -= uint64_t(n);
-        offset += uint64_t(n);
-    }
-    return io_result::ok;
+    return move_at(static_cast<const char*>(data), size, offset,
+                   [fd](const char* p, size_t n, off_t at) { return ::pwrite(fd, p, n, at); });
 }
 
 io_result copy_range(int in, uint64_t in_offset, int out, uint64_t out_offset, uint64_t size) {
