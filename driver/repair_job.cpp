@@ -207,9 +207,12 @@ bool job::convert(bool swap, bool settings) {
     auto& element = header_.image_element[0];
     const uint64_t source = reader_->data_offset;
     const uint64_t target = settings ? uint32_t(g_byteOffset) : source;
+    const uint64_t declared = declared_image_size(*reader_, header_);
     uint64_t file = 0;
-    if (common::size_of(reader_->fd, file) != common::io_result::ok || source > file ||
-        declared_image_size(*reader_, header_) > file - source || declared_image_size(*reader_, header_) == 0) {
+    // A header that declares no image, or more than the file holds from the
+    // offset on, is a damaged frame: it is not converted.
+    if (common::size_of(reader_->fd, file) != common::io_result::ok || source > file || declared == 0 ||
+        declared > file - source) {
         fail(kReadFailed);
         return true;
     }
