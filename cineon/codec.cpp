@@ -133,13 +133,6 @@ int cineonwriter::write_exact(const void* buf, uint64_t offset, uint64_t size) {
     return common::write_at(fd, buf, size, offset) == common::io_result::ok ? codec_ok : codec_io;
 }
 
-int read_magic(const char* path, uint32_t& magic) {
-    magic = 0;
-    if (!path) return codec_io;
-    common::descriptor file = common::open_for_reading(path);
-    return read_magic(file.get(), magic);
-}
-
 int read_magic(int descriptor, uint32_t& magic) {
     magic = 0;
     unsigned char bytes[4];

@@ -162,7 +162,5 @@ struct image_holder {
     int load(const char* path);
 };
 
-// Reads the first four bytes of `path` into `magic` in host order; 0 or 3.
-int read_magic(const char* path, uint32_t& magic);
 // Reads the first four bytes of the open file `descriptor` into `magic`; 0 or 3.
 int read_magic(int descriptor, uint32_t& magic);
