@@ -44,11 +44,7 @@ bytes make_cineon(bool big_endian, uint32_t width, uint32_t height);  // 10-bit 
 
 // A change to a frame: `width` bytes at `at` set to `value` in the frame's order; width 0 makes the
 // file `value` bytes long (new bytes noise); a negative width fills -width bytes with the byte `value`.
-struct patch {
-    size_t at;
-    uint64_t value;
-    int width;
-};
+struct patch { size_t at; uint64_t value; int width; };
 // A 5 x 3 10-bit RGB DPX frame at 2048, reference values 95 and 685, transfer 3, creator
 // "hand-built scanner"; every byte no check reads, the image too, is noise, so a wrongly reversed field shows.
 bytes frame(bool big, const std::vector<patch>& patches = {});
