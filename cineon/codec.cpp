@@ -66,8 +66,8 @@ int cineonreader::open(const char* path, bool read_header) {
     return attach(common::open_for_reading(path).release(), read_header);
 }
 
-int cineonreader::attach(int descriptor, bool read_header) {
-    common::descriptor owned(descriptor);
+int cineonreader::attach(int file, bool read_header) {
+    common::descriptor owned(file);
     if (fd >= 0) return codec_already_open;
     if (!owned.valid()) return codec_io;
     fd = owned.release();

@@ -84,10 +84,10 @@ public:
     // Opens `path` read-only and, when asked, reads the header. 2 when
     // already open, 3 when the open fails, else read_header's result.
     int open(const char* path, bool read_header);
-    // Takes over the open descriptor `descriptor` and, when asked, reads the
+    // Takes over the open descriptor `file` and, when asked, reads the
     // header through it: 2 when already open (the descriptor is then closed),
     // 3 for an invalid descriptor, else read_header's result.
-    int attach(int descriptor, bool read_header);
+    int attach(int file, bool read_header);
 
     // Loads the header, checks it and fills the description.
     virtual int read_header() = 0;

@@ -87,7 +87,7 @@ protected:
 
 TEST_F(Codec, HeaderBytesArriveInHostOrderWithOnlyIntegersReversed) {
     fields cineon;  // every integer field of the Cineon header
-    for (size_t at : {0, 4, 8, 12, 16, 20, 684, 688, 712, 716, 1028, 1032, 1068}) cineon.push_back({at, 4});
+    for (size_t at : {0u, 4u, 8u, 12u, 16u, 20u, 684u, 688u, 712u, 716u, 1028u, 1032u, 1068u}) cineon.push_back({at, 4});
     for (size_t at = 196; at < 420; at += 28) cineon.insert(cineon.end(), {{at + 4, 4}, {at + 8, 4}});
     for (int round = 0; round < 4; ++round) {
         bool dpx = round % 2, big = round < 2;
@@ -211,7 +211,7 @@ TEST_F(Codec, WritersWriteTheFileBuiltHereWhichTheReadersRead) {
             poke(e, {{16, 4, 30208}});
             for (size_t at = 208; at < 208 + 3 * 28; at += 28) e.f32(at, 1149222912.0f);  // channels' minimum data
             for (size_t at = 212; at < 212 + 3 * 28; at += 28) e.f32(at, 2.046f);          // and minimum quantity
-            for (size_t a : {420, 424, 428, 432, 436, 440, 444, 448, 972, 976, 980}) e.f32(a, 4294967296.0f);
+            for (size_t a : {420u, 424u, 428u, 432u, 436u, 440u, 444u, 448u, 972u, 976u, 980u}) e.f32(a, 4294967296.0f);
             e.text(844, "Workstation");
             e.text(908, "(BigEndian) BSD Veltrix");
             return e;
@@ -225,7 +225,7 @@ TEST_F(Codec, WritersWriteTheFileBuiltHereWhichTheReadersRead) {
         const size_t date = dpx ? 136 : 132, copy = dpx ? 1532 : 820;  // creation time, copied as the source's
         std::string when = dpx ? text_at(b, date, 24) : text_at(b, date, 12) + ":" + text_at(b, date + 12, 12);
         EXPECT_TRUE(std::regex_match(when, std::regex(R"(\d{4}(:\d\d){5}.*)"))) << when;
-        for (size_t at : {date, copy}) std::copy_n(b.begin() + date, 24, e.data.begin() + at);
+        for (size_t at : {date, copy}) std::copy_n(b.begin() + long(date), 24, e.data.begin() + long(at));
         EXPECT_EQ(b, e.data) << "differs from " << std::mismatch(b.begin(), b.end(), e.data.begin()).first - b.begin();
 
         e = expected(host ? !host_little : host_little);

@@ -51,9 +51,9 @@ TEST(Library, StackFollowsAVectorModel) {
         common::stack<long> s(record);
         EXPECT_THROW(*s.begin(), common::_throw_empty_allocation);
         for (int i = 0; i < 3000; ++i) {
-            const int n = int(model.size()), random = rng() % 3 ? int(rng() % (n + 1)) : ~int(rng() % std::max(n, 1));
+            const int n = int(model.size()), random = rng() % 3 ? int(rng() % unsigned(n + 1)) : ~int(rng() % unsigned(std::max(n, 1)));
             const int at = i < 18 ? script[i][0] : n || random >= 0 ? random : 0, value = int(rng() % 50) - 25;
-            const ints gone = at < 0 ? ints{model[~at]} : ints{};
+            const ints gone = at < 0 ? ints{model[size_t(~at)]} : ints{};
             released.clear();
             if (at >= 0) s.insert(value, at), model.insert(model.begin() + at, value);
             if (at < 0) s.remove(~at), model.erase(model.begin() + ~at);
@@ -223,7 +223,7 @@ TEST(Library, PathArithmetic) {
     g.append_number(UINT64_MAX);
     h.append_texts(1, 3, "a", "/", "b.dpx"), h.append(file("-c")), h.append(file());
     EXPECT_EQ(std::string(g.c_str()) + "|" + h.c_str(), "n0-12-922337203685477580818446744073709551615|/x/a/b.dpx-c");
-    h.replace_last(1, "other.dpx"), copy = h, copy = copy;
+    h.replace_last(1, "other.dpx"), copy = h, copy = *&copy;
     EXPECT_STREQ(file(copy).c_str(), "/x/a/other.dpx");
     copy.assign(0, nullptr), h.assign(3, "");
     EXPECT_TRUE(copy.empty() && copy.form == 1 && h.empty() && h.form == 3) << "null keeps the form, \"\" takes it";

@@ -43,11 +43,11 @@ void kill_at_random_moments(bool into_folder) {
         s = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
     // Where frame n is converted to, and what else may stand there.
-    auto target = [&](int n) {
-        const std::string& in = frames.args[first + size_t(n)];
+    auto target = [&](size_t n) {
+        const std::string& in = frames.args[first + n];
         return into_folder ? out + in.substr(in.rfind('/')) : in;
     };
-    for (int n = 0; n < kFrames; ++n) ASSERT_EQ(converted[n], testdata::read_file(target(n)));
+    for (size_t n = 0; n < kFrames; ++n) ASSERT_EQ(converted[n], testdata::read_file(target(n)));
 
     const char* given = std::getenv("TARVEX_CRASH_SEED");
     const unsigned seed = given ? unsigned(std::atol(given)) : std::random_device{}();
@@ -59,8 +59,8 @@ void kill_at_random_moments(bool into_folder) {
     int kills = 0, landed = 0, sequences = 0;
     double scale = 1.0;
     while (landed < kKills && sequences++ < 3 * kKills) {
-        for (int n = 0; n < kFrames; ++n) ASSERT_TRUE(testdata::write_file(frames.args[first + size_t(n)], originals[n]));
-        for (int n = 0; n < kFrames && into_folder; ++n) ::unlink(target(n).c_str());
+        for (size_t n = 0; n < kFrames; ++n) ASSERT_TRUE(testdata::write_file(frames.args[first + n], originals[n]));
+        for (size_t n = 0; n < kFrames && into_folder; ++n) ::unlink(target(n).c_str());
         for (int round = 0, left = kFrames; left > 0 && round < kKillsPerSequence; ++round, ++kills) {
             // A run converts only what is left, so it takes that share of the converting time.
             const double span = 1.2 * scale * (seconds[1] + (seconds[0] - seconds[1]) * left / kFrames);
@@ -69,7 +69,7 @@ void kill_at_random_moments(bool into_folder) {
             landed += mid_run;
             scale = mid_run ? std::min(1.0, scale * 1.1) : scale * 0.6;
             left = 0;
-            for (int n = 0; n < kFrames; ++n) {
+            for (size_t n = 0; n < kFrames; ++n) {
                 const testdata::bytes now = testdata::read_file(target(n));
                 left += into_folder ? now.empty() : now == originals[n];
                 ASSERT_TRUE(now == (into_folder ? testdata::bytes() : originals[n]) || now == converted[n])
@@ -81,7 +81,7 @@ void kill_at_random_moments(bool into_folder) {
         frames.kill_after = -1;
         testrun::outcome r = testrun::run_tarvex(frames);
         EXPECT_EQ((std::vector<int>{kFrames, 0}), (std::vector<int>{r.finished, r.failed}));
-        for (int n = 0; n < kFrames; ++n) EXPECT_EQ(converted[n], testdata::read_file(target(n)));
+        for (size_t n = 0; n < kFrames; ++n) EXPECT_EQ(converted[n], testdata::read_file(target(n)));
         for (const std::string& name : dir.names(into_folder ? "out" : ""))
             EXPECT_TRUE(name == "out" || name.rfind("shot.", 0) == 0 ||
                         (name[0] == '.' && name.substr(name.size() - 4) != ".dpx")) << name;

@@ -27,13 +27,14 @@ bytes file(const std::string& traits) {
         const std::string text = std::regex_replace(m.str(1), std::regex("\\\\n"), "\n");
         return bytes(text.begin(), text.end());
     }
-    if (std::regex_match(traits, m, std::regex("fill:(\\d+)/(\\d+)"))) return bytes(std::stoul(m[1]), std::stoi(m[2]));
+    if (std::regex_match(traits, m, std::regex("fill:(\\d+)/(\\d+)"))) return bytes(std::stoul(m[1]), uint8_t(std::stoi(m[2])));
     if (traits.rfind("cineon", 0) == 0) return testdata::make_cineon(traits == "cineon", 4, 2);
     patches changes;
     static const std::regex change("@(\\d+)(?::(\\d+)x(\\d+))?(?:\\+(\\d+)(?![\\d=]))?|\\+(\\d+)=(\\w+)/(-?\\d+)");
     for (std::sregex_iterator it(traits.begin(), traits.end(), change), end; it != end; ++it) {
-        auto n = [&](int i, uint64_t unset) { return (*it)[i].matched ? std::stoull((*it)[i], nullptr, 0) : unset; };
-        if ((*it)[1].matched) changes = changes + image_at(n(1, 0), n(2, 5), n(3, 3), n(4, 0));
+        auto n = [&](size_t i, uint64_t unset) { return (*it)[i].matched ? std::stoull((*it)[i], nullptr, 0) : unset; };
+        auto u32 = [&](size_t i, uint32_t unset) { return uint32_t(n(i, unset)); };
+        if ((*it)[1].matched) changes = changes + image_at(u32(1, 0), u32(2, 5), u32(3, 3), u32(4, 0));
         else changes.push_back({n(5, 0), n(6, 0), std::stoi((*it)[7])});
     }
     return testdata::frame(traits.rfind("big", 0) == 0, changes);

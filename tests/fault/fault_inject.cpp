@@ -76,7 +76,7 @@ int failure(int error) { return errno = error, -1; }
 template <class Call>
 ssize_t transfer(const char* op, int fd, size_t count, off_t at, bool writing, Call call) {
     const char* path = watched_fd(fd);
-    if (!path || !fails(op, path, at >= 0 ? at : REAL(lseek)(fd, 0, SEEK_CUR), (long long)count)) return call(count);
+    if (!path || !fails(op, path, at >= 0 ? at : REAL(lseek)(fd, 0, SEEK_CUR), static_cast<long long>(count))) return call(count);
     if (g.mode == 's') return call(count > 1 ? count / 2 : count);
     return failure(g.mode == 'i' ? EINTR : writing ? ENOSPC : EIO);
 }
@@ -151,5 +151,5 @@ void* malloc(size_t size) {
 }  // extern "C"
 
 __attribute__((destructor)) static void report_allocations() {
-    if (g.allocated) log(0, "largest-allocation", false, "-", (long long)g.largest, 0);
+    if (g.allocated) log(0, "largest-allocation", false, "-", static_cast<long long>(g.largest), 0);
 }

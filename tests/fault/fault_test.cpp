@@ -180,7 +180,7 @@ TEST(HostileInput, EachMeetsItsVerdictAloneAndInOneRunAfterAGoodFrame) {
         EXPECT_EQ(verdicts, got);
         long long largest;
         read_log(logs / "log", &largest);
-        EXPECT_TRUE((largest >= 0 || TARVEX_SANITIZED) && largest <= std::max<long long>(64 * 1024, largest_file))
+        EXPECT_TRUE((largest >= 0 || TARVEX_SANITIZED) && largest <= std::max<long long>(64 * 1024, static_cast<long long>(largest_file)))
             << largest;
     }
 }

@@ -71,8 +71,8 @@ bytes make_cineon(bool big_endian, uint32_t width, uint32_t height) {
     f.text(24, "V4.5");
     f.u8(193, 3);  // three 10-bit channels of 32-bit words (packing 5 at 681), not interleaved
     f.u8(681, 5);
-    for (uint8_t k = 0; k < 3; ++k) {
-        f.u8(196 + 28 * k + 1, k);
+    for (size_t k = 0; k < 3; ++k) {
+        f.u8(196 + 28 * k + 1, uint8_t(k));
         f.u8(196 + 28 * k + 2, 10);
         f.u32(196 + 28 * k + 4, width);
         f.u32(196 + 28 * k + 8, height);

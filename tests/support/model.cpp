@@ -21,7 +21,7 @@ using testdata::bytes;
 
 // Width x height x 4; a product beyond 64 bits is the largest size, which no file holds.
 uint64_t image_size(uint64_t width, uint64_t height) {
-    unsigned __int128 n = (unsigned __int128)width * height * 4;
+    unsigned __int128 n = static_cast<unsigned __int128>(width) * height * 4;
     return n > UINT64_MAX ? UINT64_MAX : uint64_t(n);
 }
 
@@ -30,7 +30,7 @@ bool cineon_loads(const bytes& in) {
     const int channels = int8_t(in[193]), packing = in[681];
     bool ok = (channels == 1 || channels == 3 || channels == 4) && in[680] == 0 &&
               (packing == 5 || (packing == 3 && channels == 1) || (packing == 0 && channels == 4));
-    for (int k = 0; ok && k < std::min(channels, 3); ++k) ok = in[196 + 28 * k + 2] == 10;
+    for (int k = 0; ok && k < std::min(channels, 3); ++k) ok = in[size_t(196 + 28 * k + 2)] == 10;
     return ok;
 }
 
