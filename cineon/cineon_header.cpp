@@ -8,22 +8,63 @@
 
 namespace {
 
+using common::bs_array;
+using common::bs_byte;
+using common::bs_group;
+using common::bs_group_end;
+using common::bs_long;
+
+// The Cineon header's layout, field by field. Floats are listed as bytes and
+// so keep the file's byte order, as they always have.
 const int cineon_codes[] = {
-    -4, -4, -4, -4, -4, -4,
-    -101, -1, 8, -101, -1, 100, -101, -1, 12, -101, -1, 12, -101, -1, 36,
-    -1, -1, -1, -1,
-    -102, 28, 8,
-        -1, -1, -1, -1, -4, -4,
-        -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
-    -103,
-    -101, -1, 8, -101, -1, 8, -101, -1, 8, -101, -1, 8,
-    -101, -1, 228,
-    -1, -1, -1, -1, -4, -4, -101, -1, 20, -4, -4,
-    -101, -1, 100, -101, -1, 12, -101, -1, 12, -101, -1, 64, -101, -1, 32, -101, -1, 32,
-    -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
-    -101, -1, 40,
-    -1, -1, -1, -1, -4, -4, -101, -1, 32, -4,
-    -1, -1, -1, -1, -101, -1, 32, -101, -1, 200, -101, -1, 740,
+    // File information.
+    bs_long, bs_long, bs_long,                   // magic, image_offset, generic_size
+    bs_long, bs_long, bs_long,                   // industry_size, user_size, file_size
+    bs_array, bs_byte, 8,                        // version
+    bs_array, bs_byte, 100,                      // file_name
+    bs_array, bs_byte, 12,                       // create_date
+    bs_array, bs_byte, 12,                       // create_time
+    bs_array, bs_byte, 36,                       // reserved_file
+    // Image information.
+    bs_byte, bs_byte, bs_byte, bs_byte,          // orientation, channels, unused_image
+    bs_group, 28, 8,                             // channel[8], 28 bytes each:
+        bs_byte, bs_byte, bs_byte, bs_byte,      //   designator, bits_per_pixel, unused
+        bs_long, bs_long,                        //   pixels_per_line, lines_per_image
+        bs_byte, bs_byte, bs_byte, bs_byte,      //   min_data
+        bs_byte, bs_byte, bs_byte, bs_byte,      //   min_quantity
+        bs_byte, bs_byte, bs_byte, bs_byte,      //   max_data
+        bs_byte, bs_byte, bs_byte, bs_byte,      //   max_quantity
+    bs_group_end,
+    bs_array, bs_byte, 8,                        // white_point
+    bs_array, bs_byte, 8,                        // red_primary
+    bs_array, bs_byte, 8,                        // green_primary
+    bs_array, bs_byte, 8,                        // blue_primary
+    bs_array, bs_byte, 228,                      // label, reserved_image
+    // Data format information.
+    bs_byte, bs_byte, bs_byte, bs_byte,          // interleave, packing, data_sign, image_sense
+    bs_long, bs_long,                            // eol_padding, eoc_padding
+    bs_array, bs_byte, 20,                       // reserved_format
+    // Origination information.
+    bs_long, bs_long,                            // x_offset, y_offset
+    bs_array, bs_byte, 100,                      // source_file_name
+    bs_array, bs_byte, 12,                       // source_create_date
+    bs_array, bs_byte, 12,                       // source_create_time
+    bs_array, bs_byte, 64,                       // input_device
+    bs_array, bs_byte, 32,                       // input_model
+    bs_array, bs_byte, 32,                       // input_serial
+    bs_byte, bs_byte, bs_byte, bs_byte,          // x_device_pitch
+    bs_byte, bs_byte, bs_byte, bs_byte,          // y_device_pitch
+    bs_byte, bs_byte, bs_byte, bs_byte,          // gamma
+    bs_array, bs_byte, 40,                       // reserved_origin
+    // Film information.
+    bs_byte, bs_byte, bs_byte, bs_byte,          // film_mfg_id, film_type, perf_offset, unused_film
+    bs_long, bs_long,                            // prefix, count
+    bs_array, bs_byte, 32,                       // format
+    bs_long,                                     // frame_position
+    bs_byte, bs_byte, bs_byte, bs_byte,          // frame_rate
+    bs_array, bs_byte, 32,                       // frame_id
+    bs_array, bs_byte, 200,                      // slate_info
+    bs_array, bs_byte, 740,                      // reserved_film
 };
 
 // The numeric values of the integers 0x447FC000 and 0xFFFFFFFF as floats,
