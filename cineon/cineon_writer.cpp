@@ -1,14 +1,14 @@
 #include "cineon/cineon_writer.h"
 
-int kodakcineon_writer::write_header() {
-    if (fd < 0) return codec_not_open;
+codec_result kodakcineon_writer::write_header() {
+    if (fd < 0) return codec_result::not_open;
     Kodak_Header_t h;
     cineon_default_header(h);
 
     h.image_offset = data_offset;
     uint64_t image = 0;
     if (!image_bytes(image) || image > 0xFFFFFFFFu || uint64_t(data_offset) + image > 0xFFFFFFFFu)
-        return codec_unsupported;
+        return codec_result::unsupported;
     h.file_size = uint32_t(data_offset + image);
 
     for (int k = 0; k < h.channels; ++k) {

@@ -14,6 +14,6 @@ public:
     ~kodakcineon_writer() override = default;
 
     // Builds the header from the defaults and the description and writes it
-    // in host order whatever `swap_bytes` says: 0, 1 unsupported, 3 short, 4 not open.
-    int write_header() override;
+    // in host order whatever `swap_bytes` says: ok, unsupported, io, not_open.
+    codec_result write_header() override;
 };

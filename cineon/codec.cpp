@@ -3,12 +3,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cstring>
-
-#include "cineon/cineon_reader.h"
-#include "cineon/cineon_writer.h"
-#include "cineon/dpx_reader.h"
-#include "cineon/dpx_writer.h"
 #include "common/io.h"
 
 cineon::~cineon() { close(); }
@@ -60,126 +54,75 @@ cineonreader::cineonreader() {
     frame_rate = 24.0f;
 }
 
-int cineonreader::open(const char* path, bool read_header) {
-    if (fd >= 0) return codec_already_open;
-    if (!path) return codec_io;
+codec_result cineonreader::open(const char* path, bool read_header) {
+    if (fd >= 0) return codec_result::already_open;
+    if (!path) return codec_result::io;
     return attach(common::open_for_reading(path).release(), read_header);
 }
 
-int cineonreader::attach(int file, bool read_header) {
+codec_result cineonreader::attach(int file, bool read_header) {
     common::descriptor owned(file);
-    if (fd >= 0) return codec_already_open;
-    if (!owned.valid()) return codec_io;
+    if (fd >= 0) return codec_result::already_open;
+    if (!owned.valid()) return codec_result::io;
     fd = owned.release();
     // Each frame is read once; NOREUSE keeps it from crowding the page cache.
     posix_fadvise(fd, 0, 0, POSIX_FADV_NOREUSE);
-    if (!read_header) return codec_ok;
+    if (!read_header) return codec_result::ok;
     return this->read_header();
 }
 
-int cineonreader::read_header_bytes(void* buf, uint32_t size) {
-    if (!buf || size != codec_header_size) return codec_bad_argument;
-    if (fd < 0) return codec_not_open;
+codec_result cineonreader::read_header_bytes(void* buf, uint32_t size) {
+    if (!buf || size != codec_header_size) return codec_result::bad_argument;
+    if (fd < 0) return codec_result::not_open;
     return read_exact(buf, 0, size);
 }
 
-int cineonreader::read_image(void*, uint64_t) { return codec_unsupported; }
+codec_result cineonreader::read_image(void*, uint64_t) { return codec_result::unsupported; }
 
-int cineonreader::read_at(void* buf, uint64_t offset, uint64_t size) {
-    if (!buf || size == 0) return codec_bad_argument;
-    if (fd < 0) return codec_not_open;
+codec_result cineonreader::read_at(void* buf, uint64_t offset, uint64_t size) {
+    if (!buf || size == 0) return codec_result::bad_argument;
+    if (fd < 0) return codec_result::not_open;
     return read_exact(buf, offset, size);
 }
 
-int cineonreader::read_user_data(void*, uint64_t) { return codec_unsupported; }
+codec_result cineonreader::read_user_data(void*, uint64_t) { return codec_result::unsupported; }
 
-int cineonreader::read_lines(void*, uint32_t, uint32_t, uint64_t) { return codec_unsupported; }
+codec_result cineonreader::read_lines(void*, uint32_t, uint32_t, uint64_t) { return codec_result::unsupported; }
 
-int cineonreader::read_element(uint32_t, void*, uint64_t) { return codec_unsupported; }
+codec_result cineonreader::read_element(uint32_t, void*, uint64_t) { return codec_result::unsupported; }
 
-int cineonreader::read_thumbnail(void*, uint32_t, uint32_t, uint64_t) { return codec_unsupported; }
+codec_result cineonreader::read_thumbnail(void*, uint32_t, uint32_t, uint64_t) { return codec_result::unsupported; }
 
-int cineonreader::read_exact(void* buf, uint64_t offset, uint64_t size) {
-    return common::read_at(fd, buf, size, offset) == common::io_result::ok ? codec_ok : codec_io;
+codec_result cineonreader::read_exact(void* buf, uint64_t offset, uint64_t size) {
+    return common::read_at(fd, buf, size, offset) == common::io_result::ok ? codec_result::ok : codec_result::io;
 }
 
-int cineonreader::file_size(uint64_t& bytes) const {
-    return common::size_of(fd, bytes) == common::io_result::ok ? codec_ok : codec_io;
+codec_result cineonreader::file_size(uint64_t& bytes) const {
+    return common::size_of(fd, bytes) == common::io_result::ok ? codec_result::ok : codec_result::io;
 }
 
-int cineonwriter::open(const char* path, bool write_header, bool host_order) {
-    if (fd >= 0) return codec_already_open;
-    if (!path) return codec_io;
+codec_result cineonwriter::open(const char* path, bool write_header, bool host_order) {
+    if (fd >= 0) return codec_result::already_open;
+    if (!path) return codec_result::io;
     fd = common::open_file(path, O_WRONLY | O_CREAT | O_TRUNC, 0664).release();
-    if (fd < 0) return codec_io;
+    if (fd < 0) return codec_result::io;
     swap_bytes = host_order ? 0 : 1;
-    if (!write_header) return codec_ok;
+    if (!write_header) return codec_result::ok;
     return this->write_header();
 }
 
-int cineonwriter::write_header_bytes(void* buf, uint32_t size) {
-    if (!buf || size != codec_header_size) return codec_bad_argument;
-    if (fd < 0) return codec_not_open;
+codec_result cineonwriter::write_header_bytes(void* buf, uint32_t size) {
+    if (!buf || size != codec_header_size) return codec_result::bad_argument;
+    if (fd < 0) return codec_result::not_open;
     return write_exact(buf, 0, size);
 }
 
-int cineonwriter::write_image(const void* buf, uint64_t size) {
-    if (fd < 0) return codec_not_open;
-    if (!buf) return codec_bad_argument;
+codec_result cineonwriter::write_image(const void* buf, uint64_t size) {
+    if (fd < 0) return codec_result::not_open;
+    if (!buf) return codec_result::bad_argument;
     return write_exact(buf, data_offset, size);
 }
 
-int cineonwriter::write_exact(const void* buf, uint64_t offset, uint64_t size) {
-    return common::write_at(fd, buf, size, offset) == common::io_result::ok ? codec_ok : codec_io;
-}
-
-int read_magic(int descriptor, uint32_t& magic) {
-    magic = 0;
-    unsigned char bytes[4];
-    if (descriptor < 0 || common::read_at(descriptor, bytes, sizeof bytes, 0) != common::io_result::ok)
-        return codec_io;
-    std::memcpy(&magic, bytes, sizeof bytes);
-    return codec_ok;
-}
-
-image_holder::~image_holder() {
-    delete cineon_reader;
-    delete cineon_writer;
-    delete dpx_reader;
-    delete dpx_writer;
-}
-
-int image_holder::load(const char* path) {
-    // A holder reused for another file drops the reader of the previous one.
-    delete cineon_reader;
-    cineon_reader = nullptr;
-    delete dpx_reader;
-    dpx_reader = nullptr;
-
-    if (!path) return codec_io;
-    // Only a regular file is a frame: a FIFO, device or folder is refused at
-    // once (the open does not wait for a FIFO's writer).
-    common::descriptor file = common::open_for_reading(path);
-    struct stat st;
-    if (!file.valid() || common::status_of(file.get(), st) != common::io_result::ok || !S_ISREG(st.st_mode))
-        return codec_io;
-    uint32_t magic = 0;
-    int result = read_magic(file.get(), magic);
-    if (result != codec_ok) return result;
-
-    if (magic == cineon_magic || magic == cineon_magic_swapped) {
-        cineon_reader = new kodakcineon_reader();
-        if (cineon_reader->attach(file.release(), true) == codec_ok) return codec_ok;
-        delete cineon_reader;
-        cineon_reader = nullptr;
-        return codec_io;
-    }
-    if (magic == dpx_magic || magic == dpx_magic_swapped) {
-        dpx_reader = new smptedpx_reader();
-        if (dpx_reader->attach(file.release(), true) == codec_ok) return codec_ok;
-        delete dpx_reader;
-        dpx_reader = nullptr;
-        return codec_io;
-    }
-    return codec_io;
+codec_result cineonwriter::write_exact(const void* buf, uint64_t offset, uint64_t size) {
+    return common::write_at(fd, buf, size, offset) == common::io_result::ok ? codec_result::ok : codec_result::io;
 }

@@ -1,5 +1,6 @@
-// The film-image codec class family (DPX and Kodak Cineon readers and
-// writers), its result codes and the image holder that loads a file by path.
+// The film-image codec interface: the result every codec operation returns,
+// the image description, and the base classes the DPX and Kodak Cineon
+// readers and writers derive from.
 #pragma once
 
 #include <cstdint>
@@ -8,22 +9,18 @@
 #include "cineon/cineon_header.h"
 #include "cineon/dpx_header.h"
 
-// Success.
-constexpr int codec_ok = 0;
-// Unsupported image or conversion.
-constexpr int codec_unsupported = 1;
-// The file is already open.
-constexpr int codec_already_open = 2;
-// Failed open, short read or short write.
-constexpr int codec_io = 3;
-// No file is open.
-constexpr int codec_not_open = 4;
-// The file does not carry the format's magic.
-constexpr int codec_bad_magic = 5;
-// The header holds contents the codecs do not handle.
-constexpr int codec_bad_header = 6;
-// Null buffer, zero or too small size, or a header buffer not 2048 bytes.
-constexpr int codec_bad_argument = 7;
+// What a codec operation came to; the numbers are those the codecs have
+// always reported.
+enum class [[nodiscard]] codec_result : int {
+    ok = 0,            // success
+    unsupported = 1,   // unsupported image or conversion
+    already_open = 2,  // the file is already open
+    io = 3,            // failed open, short read or short write
+    not_open = 4,      // no file is open
+    bad_magic = 5,     // the file does not carry the format's magic
+    bad_header = 6,    // the header holds contents the codecs do not handle
+    bad_argument = 7,  // null buffer, zero or too small size, or a header buffer not 2048 bytes
+};
 
 // Size in bytes of both formats' file headers.
 constexpr uint32_t codec_header_size = 2048;
@@ -81,37 +78,37 @@ public:
     // A closed reader; readers start with gamma 1.0 and 24 frames per second.
     cineonreader();
 
-    // Opens `path` read-only and, when asked, reads the header. 2 when
-    // already open, 3 when the open fails, else read_header's result.
-    int open(const char* path, bool read_header);
+    // Opens `path` read-only and, when asked, reads the header:
+    // already_open, io when the open fails, else read_header's result.
+    codec_result open(const char* path, bool read_header);
     // Takes over the open descriptor `file` and, when asked, reads the
-    // header through it: 2 when already open (the descriptor is then closed),
-    // 3 for an invalid descriptor, else read_header's result.
-    int attach(int file, bool read_header);
+    // header through it: already_open (the descriptor is then closed), io
+    // for an invalid descriptor, else read_header's result.
+    codec_result attach(int file, bool read_header);
 
     // Loads the header, checks it and fills the description.
-    virtual int read_header() = 0;
+    virtual codec_result read_header() = 0;
     // Reads the 2048 header bytes into `buf` as they lie in the file; the
     // readers override it to check the magic and swap.
-    virtual int read_header_bytes(void* buf, uint32_t size);
+    virtual codec_result read_header_bytes(void* buf, uint32_t size);
     // Reads the image into `buf` of `size` bytes; 1 in this base.
-    virtual int read_image(void* buf, uint64_t size);
+    virtual codec_result read_image(void* buf, uint64_t size);
     // Reads exactly `size` bytes at file offset `offset` into `buf`.
-    virtual int read_at(void* buf, uint64_t offset, uint64_t size);
-    // Reads the user-defined data area; neither format supports it, returns 1.
-    virtual int read_user_data(void* buf, uint64_t size);
-    // Reads `count` lines from line `first`; not supported, returns 1.
-    virtual int read_lines(void* buf, uint32_t first, uint32_t count, uint64_t size);
-    // Reads image element `element` other than the first; not supported, returns 1.
-    virtual int read_element(uint32_t element, void* buf, uint64_t size);
-    // Reads a reduced preview of the image; not supported, returns 1.
-    virtual int read_thumbnail(void* buf, uint32_t max_width, uint32_t max_height, uint64_t size);
+    virtual codec_result read_at(void* buf, uint64_t offset, uint64_t size);
+    // Reads the user-defined data area; neither format supports it, returns unsupported.
+    virtual codec_result read_user_data(void* buf, uint64_t size);
+    // Reads `count` lines from line `first`; not supported, returns unsupported.
+    virtual codec_result read_lines(void* buf, uint32_t first, uint32_t count, uint64_t size);
+    // Reads image element `element` other than the first; not supported, returns unsupported.
+    virtual codec_result read_element(uint32_t element, void* buf, uint64_t size);
+    // Reads a reduced preview of the image; not supported, returns unsupported.
+    virtual codec_result read_thumbnail(void* buf, uint32_t max_width, uint32_t max_height, uint64_t size);
 
 protected:
-    // Seeks to `offset` and reads exactly `size` bytes; 0 or 3.
-    int read_exact(void* buf, uint64_t offset, uint64_t size);
-    // The open file's size in bytes; 0 or 3.
-    int file_size(uint64_t& bytes) const;
+    // Seeks to `offset` and reads exactly `size` bytes: ok or io.
+    codec_result read_exact(void* buf, uint64_t offset, uint64_t size);
+    // The open file's size in bytes: ok or io.
+    codec_result file_size(uint64_t& bytes) const;
 };
 
 // Base of the writers: opening, raw header and image writes.
@@ -119,48 +116,18 @@ class cineonwriter : public cineon {
 public:
     // Creates or truncates `path` (mode 0664); the file is written in the
     // host's byte order when `host_order`, else swapped where the format
-    // swaps. 2 when already open, 3 when the open fails, else write_header's
+    // swaps: already_open, io when the open fails, else write_header's
     // result.
-    int open(const char* path, bool write_header, bool host_order);
+    codec_result open(const char* path, bool write_header, bool host_order);
 
     // Builds the header from the description and writes it at offset 0.
-    virtual int write_header() = 0;
+    virtual codec_result write_header() = 0;
     // Writes the 2048 bytes of `buf` at offset 0 unchanged.
-    virtual int write_header_bytes(void* buf, uint32_t size);
+    virtual codec_result write_header_bytes(void* buf, uint32_t size);
     // Writes `size` bytes of `buf` unchanged at `data_offset`.
-    virtual int write_image(const void* buf, uint64_t size);
+    virtual codec_result write_image(const void* buf, uint64_t size);
 
 protected:
-    // Seeks to `offset` and writes exactly `size` bytes; 0 or 3.
-    int write_exact(const void* buf, uint64_t offset, uint64_t size);
+    // Seeks to `offset` and writes exactly `size` bytes: ok or io.
+    codec_result write_exact(const void* buf, uint64_t offset, uint64_t size);
 };
-
-class kodakcineon_reader;
-class kodakcineon_writer;
-class smptedpx_reader;
-class smptedpx_writer;
-
-// Owns whichever reader or writer is in use for one file.
-struct image_holder {
-    kodakcineon_reader* cineon_reader = nullptr;  // set when a Cineon file was loaded
-    kodakcineon_writer* cineon_writer = nullptr;  // Cineon writer in use, if any
-    smptedpx_reader* dpx_reader = nullptr;        // set when a DPX file was loaded
-    smptedpx_writer* dpx_writer = nullptr;        // DPX writer in use, if any
-
-    // An empty holder.
-    image_holder() = default;
-    // Not copyable: it owns what its pointers point to.
-    image_holder(const image_holder&) = delete;
-    image_holder& operator=(const image_holder&) = delete;
-    // Deletes every reader and writer held.
-    ~image_holder();
-
-    // Opens the file once, builds the reader that its magic selects and
-    // hands it that descriptor with its header read, so header and image come
-    // from the same file whatever happens to the path meanwhile; 0, or 3 for
-    // an unreadable, unknown or refused file, after which every pointer is null.
-    int load(const char* path);
-};
-
-// Reads the first four bytes of the open file `descriptor` into `magic`; 0 or 3.
-int read_magic(int descriptor, uint32_t& magic);

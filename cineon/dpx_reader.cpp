@@ -33,31 +33,31 @@ uint32_t pack_10bit(uint32_t first, uint32_t second, uint32_t third) {
 
 uint32_t dpx_expand_8bit(uint8_t v) { return table().code[v]; }
 
-int smptedpx_reader::read_header_bytes(void* buf, uint32_t size) {
-    int result = cineonreader::read_header_bytes(buf, size);
-    if (result != codec_ok) return result;
+codec_result smptedpx_reader::read_header_bytes(void* buf, uint32_t size) {
+    codec_result result = cineonreader::read_header_bytes(buf, size);
+    if (result != codec_result::ok) return result;
     uint32_t magic;
     std::memcpy(&magic, buf, sizeof magic);
-    if (magic == dpx_magic) return codec_ok;
-    if (magic != dpx_magic_swapped) return codec_bad_magic;
+    if (magic == dpx_magic) return codec_result::ok;
+    if (magic != dpx_magic_swapped) return codec_result::bad_magic;
     swap_bytes = 1;
     dpx_swap_header(*static_cast<SMPTE268M_Header_t*>(buf));
-    return codec_ok;
+    return codec_result::ok;
 }
 
-int smptedpx_reader::read_header() {
+codec_result smptedpx_reader::read_header() {
     header_loaded = 0;
     SMPTE268M_Header_t h;
-    int result = read_header_bytes(&h, sizeof h);
-    if (result != codec_ok) return result;
+    codec_result result = read_header_bytes(&h, sizeof h);
+    if (result != codec_result::ok) return result;
     const SMPTE268M_ImageElement_t& e = h.image_element[0];
 
     if (h.encrypt_key != 0xFFFFFFFFu || h.element_number != 1 || e.packing == 2 || e.encoding != 0 ||
         h.orientation >= 8)
-        return codec_bad_header;
+        return codec_result::bad_header;
     uint64_t bytes_in_file = 0;
-    if (file_size(bytes_in_file) != codec_ok) return codec_io;
-    if (e.data_offset < dpx_generic_size || e.data_offset > bytes_in_file) return codec_bad_header;
+    if (file_size(bytes_in_file) != codec_result::ok) return codec_result::io;
+    if (e.data_offset < dpx_generic_size || e.data_offset > bytes_in_file) return codec_result::bad_header;
 
     static const uint8_t flags[8][3] = {
         {0, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 1, 1}, {1, 0, 0}, {1, 0, 1}, {1, 1, 1}, {1, 1, 0},
@@ -67,17 +67,17 @@ int smptedpx_reader::read_header() {
     flip_y = flags[h.orientation][2];
 
     bit_depth = e.bit_size;
-    if (bit_depth != 8 && bit_depth != 10) return codec_bad_header;
+    if (bit_depth != 8 && bit_depth != 10) return codec_result::bad_header;
     descriptor = e.descriptor;
     if (descriptor == 50)
         channels = 3;
     else if (descriptor == 51)
         channels = 4;
     else
-        return codec_bad_header;
+        return codec_result::bad_header;
 
     packed = (e.packing == 0 || (channels == 3 && bit_depth == 8)) ? 1 : 0;
-    if (packed && bit_depth == 10) return codec_bad_header;
+    if (packed && bit_depth == 10) return codec_result::bad_header;
 
     is_log = (e.transfer == 1 || e.transfer == 3) ? 1 : 0;
     data_offset = e.data_offset;
@@ -104,33 +104,33 @@ int smptedpx_reader::read_header() {
         frame_rate = h.tv_frame_rate;
 
     header_loaded = 1;
-    return codec_ok;
+    return codec_result::ok;
 }
 
-int smptedpx_reader::read_image(void* buf, uint64_t size) {
-    if (!buf || size == 0) return codec_bad_argument;
+codec_result smptedpx_reader::read_image(void* buf, uint64_t size) {
+    if (!buf || size == 0) return codec_result::bad_argument;
     uint64_t required = 0;
-    if (!image_bytes(required) || size < required) return codec_bad_argument;
-    if (fd < 0) return codec_not_open;
+    if (!image_bytes(required) || size < required) return codec_result::bad_argument;
+    if (fd < 0) return codec_result::not_open;
 
     if (!expand_to_10bit || (!packed && bit_depth == 10)) {
-        int result = read_exact(buf, data_offset, size);
-        if (result != codec_ok) return result;
+        codec_result result = read_exact(buf, data_offset, size);
+        if (result != codec_result::ok) return result;
         if (swap_bytes && size >= 4) reverse_words(buf, size);
-        return codec_ok;
+        return codec_result::ok;
     }
-    if (bit_depth != 8) return codec_unsupported;
+    if (bit_depth != 8) return codec_result::unsupported;
     return expand_8bit(buf, uint64_t(width) * uint64_t(height));
 }
 
 // The 3-channel layout puts a pixel's first byte at the low end of the word
 // and the 4-channel one puts the word's high byte at the top; the asymmetry
 // is deliberate and images converted by earlier versions depend on it.
-int smptedpx_reader::expand_8bit(void* buf, uint64_t pixels) {
+codec_result smptedpx_reader::expand_8bit(void* buf, uint64_t pixels) {
     unsigned char* out = static_cast<unsigned char*>(buf);
     if (channels != 3) {
-        int result = read_exact(buf, data_offset, pixels * 4);
-        if (result != codec_ok) return result;
+        codec_result result = read_exact(buf, data_offset, pixels * 4);
+        if (result != codec_result::ok) return result;
         for (uint64_t i = 0; i < pixels; ++i) {
             uint32_t w;
             std::memcpy(&w, out + 4 * i, 4);
@@ -138,18 +138,18 @@ int smptedpx_reader::expand_8bit(void* buf, uint64_t pixels) {
                                        : pack_10bit(w >> 24, (w >> 16) & 255, (w >> 8) & 255);
             std::memcpy(out + 4 * i, &word, 4);
         }
-        return codec_ok;
+        return codec_result::ok;
     }
 
     // The temporary buffer is never larger than what the file holds.
     uint64_t bytes = pixels * 3;
     uint64_t bytes_in_file = 0;
-    if (file_size(bytes_in_file) != codec_ok) return codec_io;
-    if (uint64_t(data_offset) + bytes > bytes_in_file) return codec_io;
+    if (file_size(bytes_in_file) != codec_result::ok) return codec_result::io;
+    if (uint64_t(data_offset) + bytes > bytes_in_file) return codec_result::io;
     unsigned char* raw = static_cast<unsigned char*>(std::malloc(size_t(bytes ? bytes : 1)));
     if (!raw) throw std::bad_alloc();
-    int result = read_exact(raw, data_offset, bytes);
-    if (result == codec_ok) {
+    codec_result result = read_exact(raw, data_offset, bytes);
+    if (result == codec_result::ok) {
         for (uint64_t i = 0; i < pixels; ++i) {
             const unsigned char* p = raw + 3 * i;
             uint32_t word = pack_10bit(p[2], p[1], p[0]);

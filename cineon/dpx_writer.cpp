@@ -47,8 +47,8 @@ void dpx_default_header(SMPTE268M_Header_t& header) {
     std::memcpy(header.source_create_time, header.create_time, sizeof header.create_time);
 }
 
-int smptedpx_writer::write_header() {
-    if (fd < 0) return codec_not_open;
+codec_result smptedpx_writer::write_header() {
+    if (fd < 0) return codec_result::not_open;
     SMPTE268M_Header_t h;
     dpx_default_header(h);
     SMPTE268M_ImageElement_t& e = h.image_element[0];
@@ -56,7 +56,7 @@ int smptedpx_writer::write_header() {
     h.image_offset = data_offset;
     uint64_t image = 0;
     if (!image_bytes(image) || image > 0xFFFFFFFFu || uint64_t(data_offset) + image > 0xFFFFFFFFu)
-        return codec_unsupported;
+        return codec_result::unsupported;
     h.file_size = uint32_t(data_offset + image);
     h.user_size = data_offset > codec_header_size ? data_offset - codec_header_size : 0;
 
@@ -70,7 +70,7 @@ int smptedpx_writer::write_header() {
     e.descriptor = uint8_t(descriptor);
     // Refused only when both are wrong, on purpose: callers that set just one
     // of them still get their file written.
-    if (channels != 3 && channels != 4 && descriptor != 50 && descriptor != 51) return codec_unsupported;
+    if (channels != 3 && channels != 4 && descriptor != 50 && descriptor != 51) return codec_result::unsupported;
 
     e.data_offset = h.image_offset;
     e.packing = packed ? 0 : 1;
@@ -92,9 +92,9 @@ int smptedpx_writer::write_header() {
     return write_exact(&h, 0, sizeof h);
 }
 
-int smptedpx_writer::write_header_bytes(void* buf, uint32_t size) {
-    if (!buf || size != codec_header_size) return codec_bad_argument;
-    if (fd < 0) return codec_not_open;
+codec_result smptedpx_writer::write_header_bytes(void* buf, uint32_t size) {
+    if (!buf || size != codec_header_size) return codec_result::bad_argument;
+    if (fd < 0) return codec_result::not_open;
     if (swap_bytes) dpx_swap_header(*static_cast<SMPTE268M_Header_t*>(buf));
     return write_exact(buf, 0, size);
 }

@@ -14,11 +14,11 @@ public:
     ~smptedpx_writer() override = default;
 
     // Builds the header from the defaults and the description and writes it,
-    // swapped when `swap_bytes` is set: 0, 1 unsupported, 3 short, 4 not open.
-    int write_header() override;
+    // swapped when `swap_bytes` is set: ok, unsupported, io, not_open.
+    codec_result write_header() override;
     // Writes the 2048 bytes of `buf` at offset 0, first swapping them in
-    // place when `swap_bytes` is set: 0, 3 short, 4 not open, 7 bad argument.
-    int write_header_bytes(void* buf, uint32_t size) override;
+    // place when `swap_bytes` is set: ok, io, not_open, bad_argument.
+    codec_result write_header_bytes(void* buf, uint32_t size) override;
 };
 
 // Overwrites `header` with the defaults of a new host-order DPX header,

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string>
 
-#include "cineon/codec.h"
+#include "cineon/image_holder.h"
 #include "cineon/dpx_header.h"
 #include "cineon/dpx_reader.h"
 #include "common/io.h"
@@ -139,7 +139,7 @@ bool job::run() {
 }
 
 bool job::load() {
-    if (holder_.load(input_.c_str()) == 0) return true;
+    if (holder_.load(input_.c_str()) == codec_result::ok) return true;
     fail(kLoadFailed);
     return false;
 }
@@ -157,7 +157,7 @@ void job::rename_cineon() {
 }
 
 bool job::read_header() {
-    if (reader_->read_header_bytes(&header_, sizeof header_) == 0) return true;
+    if (reader_->read_header_bytes(&header_, sizeof header_) == codec_result::ok) return true;
     fail(kLoadFailed);
     return false;
 }
@@ -299,7 +299,7 @@ copy_status job::copy_image(uint64_t size, uint64_t to, bool swap) {
     for (uint64_t at = 0; at < size; at += chunk) {
         if (interrupted()) return copy_status::interrupted;
         const uint64_t n = std::min(chunk, size - at);
-        if (reader_->read_at(data.get(), source + at, n) != 0) return copy_status::read_failed;
+        if (reader_->read_at(data.get(), source + at, n) != codec_result::ok) return copy_status::read_failed;
         // Whole words are reversed; a tail of one to three bytes stays as it is.
         reverse_words(data.get(), n);
         if (common::write_at(out_.get(), data.get(), n, to + at) != common::io_result::ok)

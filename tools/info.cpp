@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "cineon/codec.h"
+#include "cineon/image_holder.h"
 #include "cineon/dpx_header.h"
 #include "cineon/dpx_reader.h"
 #include "driver/settings_report.h"
@@ -34,8 +34,8 @@ struct frame_settings {
 
 // Loads `path` as tarvex's job does; false unless it loads as DPX.
 bool load_dpx(const char* path, image_holder& holder, SMPTE268M_Header_t& header) {
-    return holder.load(path) == 0 && holder.dpx_reader &&
-           holder.dpx_reader->read_header_bytes(&header, sizeof header) == 0;
+    return holder.load(path) == codec_result::ok && holder.dpx_reader &&
+           holder.dpx_reader->read_header_bytes(&header, sizeof header) == codec_result::ok;
 }
 
 bool host_is_little_endian() {

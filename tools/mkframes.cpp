@@ -138,7 +138,7 @@ bool host_is_big_endian() {
 }
 
 template <class Writer>
-int write_frame(Writer& writer, const options& o, const std::string& path, int frame) {
+codec_result write_frame(Writer& writer, const options& o, const std::string& path, int frame) {
     writer.width = o.width;
     writer.height = o.height;
     writer.descriptor = 50;
@@ -152,8 +152,8 @@ int write_frame(Writer& writer, const options& o, const std::string& path, int f
     writer.data_offset = uint32_t(o.offset);
     writer.frame_rate = 24.0f;
     bool host_order = o.cineon || o.big_endian == host_is_big_endian();
-    int r = writer.open(path.c_str(), true, host_order);
-    if (r == 0) {
+    codec_result r = writer.open(path.c_str(), true, host_order);
+    if (r == codec_result::ok) {
         std::vector<uint8_t> data = picture(o, frame);
         r = writer.write_image(data.data(), data.size());
     }
@@ -172,7 +172,7 @@ int main(int argc, char** argv) {
     for (int i = 0; i < o.count; ++i) {
         int frame = o.first + i;
         std::string path = frame_path(o.pattern, frame);
-        int r;
+        codec_result r;
         if (o.cineon) {
             kodakcineon_writer writer;
             r = write_frame(writer, o, path, frame);
@@ -180,8 +180,8 @@ int main(int argc, char** argv) {
             smptedpx_writer writer;
             r = write_frame(writer, o, path, frame);
         }
-        if (r != 0) {
-            std::fprintf(stderr, "tarvex-mkframes: could not write %s (result %d)\n", path.c_str(), r);
+        if (r != codec_result::ok) {
+            std::fprintf(stderr, "tarvex-mkframes: could not write %s (result %d)\n", path.c_str(), int(r));
             return 1;
         }
     }

@@ -12,6 +12,7 @@
 #include "cineon/cineon_writer.h"
 #include "cineon/dpx_reader.h"
 #include "cineon/dpx_writer.h"
+#include "cineon/image_holder.h"
 #include "support/dpx_bytes.h"
 #include "support/tarvex_process.h"
 
@@ -82,7 +83,7 @@ class Codec : public ::testing::Test {
 protected:
     testrun::scratch_dir dir;
     std::string out = dir / "out";
-    int load(cineonreader& r, const byte_image& f) { return r.open(dir.write("in", f.data).c_str(), true); }
+    codec_result load(cineonreader& r, const byte_image& f) { return r.open(dir.write("in", f.data).c_str(), true); }
 };
 
 TEST_F(Codec, HeaderBytesArriveInHostOrderWithOnlyIntegersReversed) {
@@ -96,8 +97,8 @@ TEST_F(Codec, HeaderBytesArriveInHostOrderWithOnlyIntegersReversed) {
         f.u32(0, dpx ? dpx_magic : cineon_magic);
         std::unique_ptr<cineonreader> r = reader(dpx);
         bytes header(2048);
-        ASSERT_EQ(r->open(dir.write("in", f.data).c_str(), false), codec_ok);
-        ASSERT_EQ(r->read_header_bytes(header.data(), 2048), codec_ok);
+        ASSERT_EQ(r->open(dir.write("in", f.data).c_str(), false), codec_result::ok);
+        ASSERT_EQ(r->read_header_bytes(header.data(), 2048), codec_result::ok);
         EXPECT_EQ(header, f.foreign() ? with_fields_reversed(f.data, dpx ? dpx_swapped_fields() : cineon) : f.data);
     }
 }
@@ -118,7 +119,7 @@ TEST_F(Codec, DpxReadingRules) {
             {801, 1, c.transfer}, {803, 1, c.bits}, {804, 2, c.packing}, {1424, 4, c.orig}, {1428, 4, c.orig}});
         for (auto [at, v] : {std::pair<size_t, float>{1724, c.film}, {1940, c.tv}}) f.f32(at, v);
         smptedpx_reader r;
-        ASSERT_EQ(load(r, f), codec_ok);
+        ASSERT_EQ(load(r, f), codec_result::ok);
         EXPECT_EQ(make_tuple(r.transposed, r.mirror_x, r.flip_y, r.packed, r.is_log, r.width, r.height, r.frame_rate),
                   make_tuple(c.flags >> 2, c.flags >> 1 & 1, c.flags & 1, c.packed, c.log, c.width, c.height, c.rate))
             << "orientation " << c.orientation;
@@ -127,15 +128,15 @@ TEST_F(Codec, DpxReadingRules) {
         smptedpx_reader r;
         uint32_t px[2] = {};
         ASSERT_EQ(load(r, valid(true, big, 2, 1, {{803, 1, 8}, {0, 0, 2054}, {2048, 1, 255}, {2049, 1, 128},
-                                                   {2050, 1, 1}, {2052, 1, 254}, {2053, 1, 255}})), codec_ok);
-        ASSERT_EQ(r.read_image(px, 8), codec_ok);
+                                                   {2050, 1, 1}, {2052, 1, 254}, {2053, 1, 255}})), codec_result::ok);
+        ASSERT_EQ(r.read_image(px, 8), codec_result::ok);
         EXPECT_EQ(make_tuple(px[0], px[1]), make_tuple(4u << 22 | 513u << 12 | 1022u << 2, 1022u << 22 | 1018u << 12));
     }
 }
 
 TEST_F(Codec, ReadersWritersAndTheHolderRefuseWhatTheyCannotHandle) {
-    const int ok = codec_ok, bad = codec_bad_header, unsupported = codec_unsupported, magic = codec_bad_magic;
-    const std::tuple<const char*, bool, pokes, int> cases[] = {  // what, DPX, changes to a valid file, result
+    const codec_result ok = codec_result::ok, bad = codec_result::bad_header, unsupported = codec_result::unsupported, magic = codec_result::bad_magic;
+    const std::tuple<const char*, bool, pokes, codec_result> cases[] = {  // what, DPX, changes to a valid file, result
         {"encrypted", true, {{660, 4, 0}}, bad},        {"two elements", true, {{770, 2, 2}}, bad},
         {"packing 2", true, {{804, 2, 2}}, bad},        {"run-length", true, {{806, 2, 1}}, bad},
         {"orientation 8", true, {{768, 2, 8}}, bad},    {"12-bit", true, {{803, 1, 12}}, bad},
@@ -143,13 +144,13 @@ TEST_F(Codec, ReadersWritersAndTheHolderRefuseWhatTheyCannotHandle) {
         {"data in the generic header", true, {{808, 4, 1663}}, bad},   {"past the end", true, {{808, 4, 2113}}, bad},
         {"data after the generic header", true, {{808, 4, 1664}}, ok}, {"at the end", true, {{808, 4, 2112}}, ok},
         {"1 channel packing 3", false, {{193, 1, 1}, {681, 1, 3}}, ok},
-        {"bad magic", true, {{0, 4, 0x53445059}}, magic}, {"short header", true, {{0, 0, 2047}}, codec_io},
+        {"bad magic", true, {{0, 4, 0x53445059}}, magic}, {"short header", true, {{0, 0, 2047}}, codec_result::io},
         {"4 channels packing 0, the matte not 10-bit", false, {{193, 1, 4}, {681, 1, 0}}, ok},
         {"2 channels", false, {{193, 1, 2}}, unsupported}, {"negative count", false, {{193, 1, 0xFF}}, unsupported},
         {"4 channels packing 3", false, {{193, 1, 4}, {681, 1, 3}}, unsupported},
         {"3 channels packing 0", false, {{681, 1, 0}}, unsupported}, {"packing 1", false, {{681, 1, 1}}, unsupported},
         {"interleave 1", false, {{680, 1, 1}}, unsupported}, {"8-bit channel 2", false, {{226, 1, 8}}, unsupported},
-        {"bad magic", false, {{0, 4, 0x802A5FD6}}, magic}, {"three bytes", false, {{0, 0, 3}}, codec_io},
+        {"bad magic", false, {{0, 4, 0x802A5FD6}}, magic}, {"three bytes", false, {{0, 0, 3}}, codec_result::io},
     };
     image_holder holder;  // one for every file: each load drops what the one before held
     for (size_t i = 0; i < std::size(cases); ++i) {
@@ -157,18 +158,18 @@ TEST_F(Codec, ReadersWritersAndTheHolderRefuseWhatTheyCannotHandle) {
         std::string path = dir.write("in", valid(dpx, i % 2, 4, 4, changes).data);
         std::unique_ptr<cineonreader> r = reader(dpx);
         EXPECT_EQ(r->open(path.c_str(), true), result) << what;
-        EXPECT_EQ(holder.load(path.c_str()), result == ok ? ok : codec_io) << what;
+        EXPECT_EQ(holder.load(path.c_str()), result == ok ? ok : codec_result::io) << what;
         EXPECT_EQ(make_tuple(holder.dpx_reader != nullptr, holder.cineon_reader != nullptr),
                   make_tuple(result == ok && dpx, result == ok && !dpx)) << what;
     }
-    for (bool dpx : {true, false}) EXPECT_EQ(reader(dpx)->open(dir.path().c_str(), true), codec_io) << "a folder";
+    for (bool dpx : {true, false}) EXPECT_EQ(reader(dpx)->open(dir.path().c_str(), true), codec_result::io) << "a folder";
     // 2^60 8-bit pixels: the 64 bytes of data are checked before sizing a buffer from the header, which would throw.
     smptedpx_reader huge;
     uint64_t word = 0;
-    ASSERT_EQ(load(huge, valid(true, true, 4, 4, {{772, 4, 1u << 30}, {776, 4, 1u << 30}, {803, 1, 8}})), codec_ok);
-    EXPECT_EQ(huge.read_image(&word, uint64_t(1) << 62), codec_io);
+    ASSERT_EQ(load(huge, valid(true, true, 4, 4, {{772, 4, 1u << 30}, {776, 4, 1u << 30}, {803, 1, 8}})), codec_result::ok);
+    EXPECT_EQ(huge.read_image(&word, uint64_t(1) << 62), codec_result::io);
     // Writers: DPX channels and descriptor are refused only when both are wrong; sizes must fit 32-bit file sizes.
-    const std::tuple<uint32_t, uint32_t, uint32_t, uint16_t, uint32_t, int, int> writes[] = {  // ..., DPX, Cineon
+    const std::tuple<uint32_t, uint32_t, uint32_t, uint16_t, uint32_t, codec_result, codec_result> writes[] = {  // ..., DPX, Cineon
         {4, 4, 8192, 5, 50, ok, ok}, {4, 4, 8192, 3, 7, ok, ok}, {4, 4, 8192, 5, 7, unsupported, ok},
         {~0u, ~0u, 0, 3, 50, unsupported, unsupported}, {1u << 15, 1u << 15, 0, 3, 50, unsupported, unsupported},
         {~0u >> 2, 1, 4, 3, 50, unsupported, unsupported}, {~0u >> 2, 1, 3, 3, 50, ok, ok},
@@ -218,8 +219,8 @@ TEST_F(Codec, WritersWriteTheFileBuiltHereWhichTheReadersRead) {
         };
         uint32_t image[2] = {pixels[0], pixels[1]};
         if (dpx && !host) reverse_words(image, 8);
-        ASSERT_EQ(w->open(out.c_str(), true, host), codec_ok);
-        ASSERT_EQ(w->write_image(image, 8), codec_ok);
+        ASSERT_EQ(w->open(out.c_str(), true, host), codec_result::ok);
+        ASSERT_EQ(w->write_image(image, 8), codec_result::ok);
         bytes b = read_file(out);
         byte_image e = expected(dpx && !host ? host_little : !host_little);
         const size_t date = dpx ? 136 : 132, copy = dpx ? 1532 : 820;  // creation time, copied as the source's
@@ -232,7 +233,7 @@ TEST_F(Codec, WritersWriteTheFileBuiltHereWhichTheReadersRead) {
         e.f32(1952, 9.5f);  // fields only the reader looks at
         poke(e, {{1628, 4, 4}, {1632, 4, 3}});
         std::unique_ptr<cineonreader> r = reader(dpx);
-        ASSERT_EQ(load(*r, e), codec_ok);
+        ASSERT_EQ(load(*r, e), codec_result::ok);
         EXPECT_EQ(make_tuple(r->width, r->height, r->channels, r->bit_depth, r->ref_low, r->ref_high, r->descriptor,
                              r->is_log, r->packed, r->data_offset, r->time_code, r->swap_bytes, r->pixel_aspect,
                              r->gamma, r->black_level, r->black_gain, r->break_point, r->white_level, r->frame_rate),
@@ -241,19 +242,19 @@ TEST_F(Codec, WritersWriteTheFileBuiltHereWhichTheReadersRead) {
                       : make_tuple(2, 1, 0, 10, 95, 685, 0, 1, 1, 2048, 0, +e.foreign(), 0.0f, 1.0f, 0.0f, 0.0f, 0.0f,
                                    0.0f, 24.0f));
         uint32_t buf[512] = {};
-        for (int result : {r->read_image(buf, 4), r->read_image(nullptr, 8), r->read_at(buf, 0, 0),
+        for (codec_result result : {r->read_image(buf, 4), r->read_image(nullptr, 8), r->read_at(buf, 0, 0),
                            r->read_at(nullptr, 0, 4), r->read_header_bytes(buf, 2047)})
-            EXPECT_EQ(result, codec_bad_argument);
-        EXPECT_EQ(r->read_image(buf, 12), eight ? codec_ok : codec_io) << "more than the file holds, unless expanded";
-        ASSERT_EQ(r->read_image(buf, 8), codec_ok);
+            EXPECT_EQ(result, codec_result::bad_argument);
+        EXPECT_EQ(r->read_image(buf, 12), eight ? codec_result::ok : codec_result::io) << "more than the file holds, unless expanded";
+        ASSERT_EQ(r->read_image(buf, 8), codec_result::ok);
         EXPECT_EQ(make_tuple(buf[0], buf[1]),  // 8-bit RGBA expands the top three bytes of each word
                   eight ? make_tuple(1022u << 22 | 770u << 12, 72u << 22 | 208u << 12 | 345u << 2)
                         : make_tuple(pixels[0], pixels[1]));
-        ASSERT_EQ(r->read_at(buf, 2052, 4), codec_ok);
+        ASSERT_EQ(r->read_at(buf, 2052, 4), codec_result::ok);
         EXPECT_EQ(buf[0], host_word(&e.data[2052]));
-        EXPECT_EQ(r->read_at(buf, 2053, 4), codec_io);
+        EXPECT_EQ(r->read_at(buf, 2053, 4), codec_result::io);
         r->bit_depth = 8;  // Cineon 8-bit data is never expanded, only read as stored
-        if (!dpx) { EXPECT_EQ(r->read_image(buf, 8), codec_unsupported); }
+        if (!dpx) { EXPECT_EQ(r->read_image(buf, 8), codec_result::unsupported); }
     }
 }
 

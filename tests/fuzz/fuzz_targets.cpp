@@ -18,6 +18,7 @@
 
 #include "cineon/cineon_reader.h"
 #include "cineon/dpx_reader.h"
+#include "cineon/image_holder.h"
 #include "driver/repair_job.h"
 #include "driver/settings.h"
 #include "support/model.h"
@@ -76,7 +77,7 @@ int read_every_way(const uint8_t* data, size_t size, bool dpx) {
     testdata::write_file(path, bytes(data, data + size));
     bounded(size, [&] {
         image_holder holder;
-        const bool loaded = holder.load(path.c_str()) == codec_ok;
+        const bool loaded = holder.load(path.c_str()) == codec_result::ok;
         cineonreader* reader = dpx ? static_cast<cineonreader*>(holder.dpx_reader) : holder.cineon_reader;
         check(loaded || (!holder.dpx_reader && !holder.cineon_reader), "a failed load left a reader behind");
         for (uint32_t expand = 0; reader && expand < 2; ++expand) {
@@ -85,9 +86,9 @@ int read_every_way(const uint8_t* data, size_t size, bool dpx) {
             // A buffer as large as the description asks, when the file could fill it.
             if (!reader->image_bytes(wanted) || wanted > (size / 3 + 1) * 4) continue;
             std::vector<uint8_t> buffer(std::max<uint64_t>(wanted, 16));
-            const int r = reader->read_image(buffer.data(), buffer.size());
-            check(r == codec_ok || r == codec_unsupported || r == codec_io, "unexpected read_image result");
-            if (r != codec_ok || (dpx && expand && (reader->packed || reader->bit_depth != 10))) continue;
+            const codec_result r = reader->read_image(buffer.data(), buffer.size());
+            check(r == codec_result::ok || r == codec_result::unsupported || r == codec_result::io, "unexpected read_image result");
+            if (r != codec_result::ok || (dpx && expand && (reader->packed || reader->bit_depth != 10))) continue;
             check(reader->data_offset + buffer.size() <= size, "a read succeeded past the end of the file");
             for (size_t i = 0; i < buffer.size(); ++i) {
                 const size_t from = reader->swap_bytes && i < buffer.size() / 4 * 4 ? i / 4 * 4 + 3 - i % 4 : i;
