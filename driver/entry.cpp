@@ -167,7 +167,7 @@ int tarvex_main(int argc, char** argv) {
         const char* path = g_listMode ? g_listEntries[size_t(g_jobsDone)].c_str()
                                       : argv[optind + g_jobsDone];
         common::file input(path);
-        if (!repair_job(input)) break;  // interrupted: this job is not done
+        if (repair_job(input) == job_result::interrupted) break;  // this job is not done
         ++g_jobsDone;
         showProgress(g_jobsDone - 1, g_totalJobs);
     }

@@ -83,28 +83,32 @@ std::string cineon_name(const std::string& path) {
     return digits ? path + ".cin" : path.substr(0, dot + 1) + "cin";
 }
 
-enum class copy_status { ok, read_failed, write_failed, interrupted };
+enum class [[nodiscard]] copy_status { ok, read_failed, write_failed, interrupted };
 
-// One job's objects and the exits they share.
+// One job's objects and the exits they share. Each step returns true when
+// the job goes on; a step that ends the job has printed and counted its
+// failure, or found nothing left to do, or seen an interruption.
 class job {
 public:
     explicit job(const common::file& input) : input_(input), given_(input.c_str() ? input.c_str() : "") {}
-    // Runs the job; false when an interruption stopped it before it finished.
-    bool run();
+    // Runs the steps in order until one ends the job.
+    job_result run();
 
 private:
-    bool load();
-    void rename_cineon();
-    bool read_header();
-    void take_first_settings();
-    void plan_output();
-    bool needs_settings() const;
-    bool convert(bool swap, bool settings);
-    bool copy_unchanged();
-    bool open_output();
-    copy_status copy_image(uint64_t size, uint64_t to, bool swap);
+    [[nodiscard]] bool load();
+    [[nodiscard]] bool check_cineon();
+    [[nodiscard]] bool report_settings();
+    [[nodiscard]] bool check_depth();
+    [[nodiscard]] bool plan_output();
+    [[nodiscard]] bool swap_pass();
+    [[nodiscard]] bool settings_pass();
+    [[nodiscard]] bool completion();
+
+    [[nodiscard]] bool needs_settings() const;
+    [[nodiscard]] bool copy_unchanged();
+    [[nodiscard]] bool open_output();
+    copy_status copy_image(uint64_t size, uint64_t to);
     void fail(const char* message, int failures = 1);
-    bool complete();
 
     const common::file& input_;
     std::string given_;           // the path as the user gave it, for error lines
@@ -113,58 +117,50 @@ private:
     SMPTE268M_Header_t header_;
     std::string target_;          // where the converted frame goes when complete
     bool in_place_ = false;       // the target is the input itself
+    bool swap_ = false;           // the frame is in the other byte order
+    bool settings_ = false;       // the run's settings differ from the frame's
+    bool interrupted_ = false;    // an interruption stopped the job
     common::private_file out_;    // the converted frame while it is written
 };
 
-bool job::run() {
-    if (!load()) return true;
-    if (holder_.cineon_reader) {
-        rename_cineon();
-        return true;
-    }
-    reader_ = holder_.dpx_reader;
-    if (!read_header()) return true;
-    if (g_firstReport) take_first_settings();
-    if (reader_->bit_depth != 10) {
-        fail(kNot10Bit);
-        return true;
-    }
-    plan_output();
-    const bool swap = reader_->swap_bytes != 0;
-    const bool settings = needs_settings();
-    if (swap || settings) return convert(swap, settings);
-    // Already right: in place nothing is written; into -c's folder the frame
-    // is copied as it is, so that folder holds the whole sequence.
-    return in_place_ ? true : copy_unchanged();
+job_result job::run() {
+    // Each step runs only when the one before went on; whichever step ended
+    // the job has already said why.
+    [[maybe_unused]] const bool completed = load() && check_cineon() && report_settings() && check_depth() &&
+                                            plan_output() && swap_pass() && settings_pass() && completion();
+    return interrupted_ ? job_result::interrupted : job_result::finished;
 }
 
 bool job::load() {
-    if (holder_.load(input_.c_str()) == codec_result::ok) return true;
+    if (holder_.load(input_.c_str()) != codec_result::ok) {
+        fail(kLoadFailed);
+        return false;
+    }
+    reader_ = holder_.dpx_reader;
+    if (!reader_ || reader_->read_header_bytes(&header_, sizeof header_) == codec_result::ok) return true;
     fail(kLoadFailed);
     return false;
 }
 
-void job::rename_cineon() {
+// A Cineon file is not converted: it is renamed to its .cin name, never over
+// another file, so a sequence of Cineon frames cannot collapse into one name.
+// The reader's descriptor stays open; the file is untouched.
+bool job::check_cineon() {
+    if (!holder_.cineon_reader) return true;
     const std::string renamed = cineon_name(given_);
-    if (renamed.empty()) return;
-    // Never over another file: a sequence of Cineon frames must not collapse
-    // into one name. The reader's descriptor stays open; the file is untouched.
+    if (renamed.empty()) return false;
     if (common::rename_no_replace(given_.c_str(), renamed.c_str()) != common::io_result::ok) {
         fail(kCineonRenameFailed);
-        return;
+        return false;
     }
     common::console_out << "Renaming..." << renamed.c_str() << "\n";
-}
-
-bool job::read_header() {
-    if (reader_->read_header_bytes(&header_, sizeof header_) == codec_result::ok) return true;
-    fail(kLoadFailed);
     return false;
 }
 
 // The first DPX file of the run prints the settings report and fixes every
 // setting not given as an option.
-void job::take_first_settings() {
+bool job::report_settings() {
+    if (!g_firstReport) return true;
     const auto& element = header_.image_element[0];
     print_settings_report(*reader_, header_);
     g_firstReport = false;
@@ -172,21 +168,34 @@ void job::take_first_settings() {
     if (g_lowData == -1) g_lowData = int32_t(element.ref_low_data);
     if (g_highData == -1) g_highData = int32_t(element.ref_high_data);
     if (g_transfer == -1) g_transfer = element.transfer;
+    return true;
 }
 
-void job::plan_output() {
+bool job::check_depth() {
+    if (reader_->bit_depth == 10) return true;
+    fail(kNot10Bit);
+    return false;
+}
+
+// Where the frame goes, and what it needs. A frame already right is left
+// alone in place; into -c's folder it is copied as it is, so that folder
+// holds the whole sequence.
+bool job::plan_output() {
+    swap_ = reader_->swap_bytes != 0;
+    settings_ = needs_settings();
     if (g_outputDir.size > 0) {
         char name[256];
         input_.name(name, sizeof name);
         target_ = std::string(g_outputDir.c_str()) + name;
         // An output folder that is the input's own folder converts in place.
         in_place_ = common::same_file(reader_->fd, target_.c_str());
-        if (!in_place_) return;
+        if (!in_place_) return true;
     }
     // A frame given through a symbolic link is converted where the link
     // points; the link itself stays as it is.
     target_ = common::resolved_path(given_);
     in_place_ = true;
+    return swap_ || settings_;
 }
 
 bool job::needs_settings() const {
@@ -199,38 +208,51 @@ bool job::needs_settings() const {
            element.packing != 1;
 }
 
-// Writes the converted frame: the image from its offset to the end of the
-// input (so nothing the header does not count is lost), every whole word
-// reversed when the byte order changes, at the run's offset when the
-// settings are rewritten; then the header in host order.
-bool job::convert(bool swap, bool settings) {
-    auto& element = header_.image_element[0];
-    const uint64_t source = reader_->data_offset;
-    const uint64_t target = settings ? uint32_t(g_byteOffset) : source;
-    const uint64_t declared = declared_image_size(*reader_, header_);
+// Writes the image into the output: from its offset to the end of the input
+// (so nothing the header does not count is lost), every whole word reversed
+// when the byte order changes, at the run's offset when the settings are
+// rewritten. A frame that needs nothing is copied whole by the kernel (on
+// XFS and Btrfs by sharing its blocks).
+bool job::swap_pass() {
+    if (!swap_ && !settings_) return copy_unchanged();
     uint64_t file = 0;
+    const uint64_t source = reader_->data_offset;
+    const uint64_t target = settings_ ? uint32_t(g_byteOffset) : source;
+    const uint64_t declared = declared_image_size(*reader_, header_);
     // A header that declares no image, or more than the file holds from the
     // offset on, is a damaged frame: it is not converted.
     if (common::size_of(reader_->fd, file) != common::io_result::ok || source > file || declared == 0 ||
         declared > file - source) {
         fail(kReadFailed);
-        return true;
+        return false;
     }
     if (!open_output()) {
         // A frame that only needs its settings rewritten ends without a word
         // when its output cannot be made.
-        if (swap) fail(kOpenFailed);
-        return true;
+        if (swap_) fail(kOpenFailed);
+        return false;
     }
     // A short settings-pass write counts twice, as it always has.
-    const int failures = settings && !(swap && target == source) ? 2 : 1;
-    switch (copy_image(file - source, target, swap)) {
-        case copy_status::read_failed: fail(kReadFailed); return true;
-        case copy_status::write_failed: fail(kImageWriteFailed, failures); return true;
-        case copy_status::interrupted: return false;
-        case copy_status::ok: break;
+    const int failures = settings_ && !(swap_ && target == source) ? 2 : 1;
+    switch (copy_image(file - source, target)) {
+        case copy_status::read_failed: fail(kReadFailed); return false;
+        case copy_status::write_failed: fail(kImageWriteFailed, failures); return false;
+        case copy_status::interrupted: interrupted_ = true; out_.discard(); return false;
+        case copy_status::ok: return true;
     }
-    if (settings) {
+    return false;
+}
+
+// Writes the header in host order, with the run's settings when they differ.
+// Header bytes that were image data in the input (data starting inside the
+// 2048-byte header) are written as an unset header area, never as pixels;
+// no header byte goes where the image now starts.
+bool job::settings_pass() {
+    if (!swap_ && !settings_) return true;
+    auto& element = header_.image_element[0];
+    const uint64_t source = reader_->data_offset;
+    const uint64_t target = settings_ ? uint32_t(g_byteOffset) : source;
+    if (settings_) {
         header_.image_offset = uint32_t(g_byteOffset);
         element.data_offset = uint32_t(g_byteOffset);
         element.ref_low_data = uint32_t(g_lowData);
@@ -238,36 +260,27 @@ bool job::convert(bool swap, bool settings) {
         element.transfer = uint8_t(g_transfer & 0xff);
         element.packing = 1;
     }
-    // Header bytes that were image data in the input (data starting inside
-    // the 2048-byte header) are written as an unset header area, never as
-    // pixels; no header byte goes where the image now starts.
     uint8_t* bytes = reinterpret_cast<uint8_t*>(&header_);
     if (source < sizeof header_) std::memset(bytes + source, 0, sizeof header_ - source);
     const uint64_t header_bytes = std::min<uint64_t>(sizeof header_, target);
-    if (common::write_at(out_.get(), bytes, header_bytes, 0) != common::io_result::ok) {
-        fail(kHeaderWriteFailed);
-        return true;
-    }
-    return complete();
+    if (common::write_at(out_.get(), bytes, header_bytes, 0) == common::io_result::ok) return true;
+    fail(kHeaderWriteFailed);
+    return false;
 }
 
-// -c with a frame that needs nothing: the kernel copies it whole (on XFS and
-// Btrfs by sharing its blocks).
 bool job::copy_unchanged() {
     uint64_t file = 0;
     if (common::size_of(reader_->fd, file) != common::io_result::ok) {
         fail(kReadFailed);
-        return true;
+        return false;
     }
     if (!open_output()) {
         fail(kOpenFailed);
-        return true;
+        return false;
     }
-    if (common::copy_range(reader_->fd, 0, out_.get(), 0, file) != common::io_result::ok) {
-        fail(kImageWriteFailed);
-        return true;
-    }
-    return complete();
+    if (common::copy_range(reader_->fd, 0, out_.get(), 0, file) == common::io_result::ok) return true;
+    fail(kImageWriteFailed);
+    return false;
 }
 
 bool job::open_output() {
@@ -281,18 +294,18 @@ bool job::open_output() {
     return out_.create(common::folder_of(target_), in_place_ ? 0600 : mode) == common::io_result::ok;
 }
 
-copy_status job::copy_image(uint64_t size, uint64_t to, bool swap) {
+copy_status job::copy_image(uint64_t size, uint64_t to) {
     const uint64_t source = reader_->data_offset;
     // Bytes already in host order are copied by the kernel, not through here,
     // a chunk at a time so that write-back can start as for converted chunks.
-    for (uint64_t at = 0; !swap && at < size; at += kChunkBytes) {
+    for (uint64_t at = 0; !swap_ && at < size; at += kChunkBytes) {
         if (interrupted()) return copy_status::interrupted;
         const uint64_t n = std::min(kChunkBytes, size - at);
         if (common::copy_range(reader_->fd, source + at, out_.get(), to + at, n) != common::io_result::ok)
             return copy_status::write_failed;
         if (in_place_) sync_file_range(out_.get(), off64_t(to + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
     }
-    if (!swap) return copy_status::ok;
+    if (!swap_) return copy_status::ok;
     const uint64_t chunk = std::min(size, kChunkBytes);
     buffer data(chunk);
     if (!data.get()) return copy_status::read_failed;
@@ -318,25 +331,28 @@ void job::fail(const char* message, int failures) {
     out_.discard();
 }
 
-bool job::complete() {
+bool job::completion() {
     if (in_place_ && common::copy_metadata(reader_->fd, out_.get()) != common::io_result::ok) {
         fail(kImageWriteFailed);
-        return true;
+        return false;
     }
     // Replacing the original: the converted frame reaches stable storage first,
     // so a crash or power loss leaves one whole version or the other.
     if (out_.seal(target_, in_place_) != common::io_result::ok) {
         fail(kImageWriteFailed);
-        return true;
+        return false;
     }
     // Past this point an interruption no longer stops the job: the frame is
     // complete, and putting it in place is one rename.
-    if (out_.install(target_, in_place_) != common::io_result::ok) fail(in_place_ ? kReplaceFailed : kImageWriteFailed);
+    if (out_.install(target_, in_place_) != common::io_result::ok) {
+        fail(in_place_ ? kReplaceFailed : kImageWriteFailed);
+        return false;
+    }
     return true;
 }
 
 }  // namespace
 
-bool repair_job(const common::file& input) {
+job_result repair_job(const common::file& input) {
     return job(input).run();
 }

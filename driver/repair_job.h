@@ -3,8 +3,12 @@
 
 #include "common/file.h"
 
+// How a job ended: finished (converted, copied, left alone, or failed with
+// its error line printed and counted), or stopped by an interruption
+// (SIGINT, SIGTERM, SIGHUP) before it finished, its output gone and nothing
+// counted.
+enum class [[nodiscard]] job_result { finished, interrupted };
+
 // Rewrites the DPX file `input` in host byte order with the run's settings
 // (or renames a misnamed Cineon file), reporting and counting any failure.
-// False when an interruption (SIGINT, SIGTERM, SIGHUP) stopped it before it
-// finished; its output is then gone and nothing is counted.
-bool repair_job(const common::file& input);
+job_result repair_job(const common::file& input);
