@@ -79,9 +79,8 @@ void local_time_field(char* field, size_t size, const char* format) {
     std::time_t now = std::time(nullptr);
     std::tm parts{};
     if (localtime_r(&now, &parts)) std::strftime(text, sizeof text, format, &parts);
-    const size_t n = std::min(std::strlen(text), size - 1);
-    std::memcpy(field, text, n);
-    std::memset(field + n, 0, size - n);
+    std::strncpy(field, text, size - 1);
+    field[size - 1] = 0;
 }
 
 }  // namespace

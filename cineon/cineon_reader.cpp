@@ -20,7 +20,8 @@ codec_result kodakcineon_reader::read_header() {
     codec_result result = read_header_bytes(&h, sizeof h);
     if (result != codec_result::ok) return result;
 
-    int count = int8_t(h.channels);
+    // The channel count is a signed byte: 255 is -1 channels, refused below.
+    const int count = h.channels < 0x80 ? h.channels : h.channels - 0x100;
     if (count != 1 && count != 3 && count != 4) return codec_result::unsupported;
     bool layout_ok = h.packing == 5 || (h.packing == 3 && count == 1) || (h.packing == 0 && count == 4);
     if (!layout_ok) return codec_result::unsupported;

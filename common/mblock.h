@@ -15,7 +15,9 @@ namespace common {
 // The storage layer of every library container; common::stack builds on it.
 template <class T, class A = allocator<T>>
 class mblock {
-    static_assert(sizeof(T) <= sizeof(void*), "mblock elements are at most one machine word");
+    // Bytes of one element; the elements are often pointers to records.
+    static constexpr size_t element_size = sizeof(T);  // NOLINT(bugprone-sizeof-expression)
+    static_assert(element_size <= sizeof(void*), "mblock elements are at most one machine word");
     static_assert(std::is_trivially_copyable<T>::value, "mblock elements are moved as raw bytes");
 
 public:
@@ -59,7 +61,7 @@ public:
             int32_t add = index >= count + 1 ? index : count + 1;
             uint32_t cap = uint32_t(count) + uint32_t(add);
             if (cap > max_elements) throw _throw_bad_allocation();
-            T* grown = static_cast<T*>(std::realloc(data, size_t(cap) * sizeof(T)));
+            T* grown = static_cast<T*>(std::realloc(data, size_t(cap) * element_size));
             if (!grown) throw _throw_bad_allocation();
             first = data = grown;
             last = data + (cap - 1);
@@ -69,7 +71,7 @@ public:
         // The value is stored by index rather than at `top`: after a growth
         // for an insert before the end `top` no longer marks the last element.
         if (index != count)
-            std::memmove(data + index + 1, data + index, size_t(count - index) * sizeof(T));
+            std::memmove(data + index + 1, data + index, size_t(count - index) * element_size);
         data[index] = value;
         ++count;
     }
@@ -92,11 +94,11 @@ public:
         int32_t unused = int32_t(last - top);
         if (count < unused) {
             if (uint32_t(count) > max_elements) throw _throw_bad_allocation();
-            size_t bytes = size_t(count) * sizeof(T);
+            size_t bytes = size_t(count) * element_size;
             T* scratch = static_cast<T*>(std::malloc(bytes));
             if (!scratch) throw _throw_bad_allocation();
-            std::memcpy(scratch, data, size_t(index) * sizeof(T));
-            std::memcpy(scratch + index, data + index + 1, size_t(count - index - 1) * sizeof(T));
+            std::memcpy(scratch, data, size_t(index) * element_size);
+            std::memcpy(scratch + index, data + index + 1, size_t(count - index - 1) * element_size);
             std::free(data);
             T* fresh = static_cast<T*>(std::malloc(bytes));
             if (!fresh) {
@@ -105,13 +107,13 @@ public:
                 count = 0;
                 throw _throw_bad_allocation();
             }
-            std::memcpy(fresh, scratch, size_t(count - 1) * sizeof(T));
+            std::memcpy(fresh, scratch, size_t(count - 1) * element_size);
             std::free(scratch);
             first = data = fresh;
             // Exactly full afterwards; the spare slot allocated is not counted.
             top = last = data + (count - 2);
         } else {
-            std::memmove(data + index, data + index + 1, size_t(count - index - 1) * sizeof(T));
+            std::memmove(data + index, data + index + 1, size_t(count - index - 1) * element_size);
             if (top > first) --top;
         }
         --count;

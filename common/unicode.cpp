@@ -98,7 +98,7 @@ void unicode::assign_from(const char* text, int source, bool utf8_rules) {
         std::free(scratch);
         return;
     }
-    int32_t units = int32_t(double(out_size) * 0.5 + 0.5);
+    int32_t units = int32_t((out_size + 1) / 2);
     unsigned short* block = resize_block(impl.data, units);
     std::memcpy(block, scratch, size_t(units) * sizeof(unsigned short));
     std::free(scratch);
@@ -137,7 +137,8 @@ unicode& unicode::append(const unicode& other) {
     int32_t n = other.impl.length;
     if (n < 1 || !other.impl.data) return *this;
     if (&other == this) {
-        unicode copy(other);
+        // `other` is this string, which the append changes: it needs a copy.
+        unicode copy(other);  // NOLINT(performance-unnecessary-copy-initialization)
         return append(copy);
     }
     make_room(n);
@@ -166,7 +167,8 @@ void unicode::insert(const unicode& other, int32_t position) {
     int32_t n = other.impl.length;
     if (n < 1 || !other.impl.data) return;
     if (&other == this) {
-        unicode copy(other);
+        // `other` is this string, which the insert changes: it needs a copy.
+        unicode copy(other);  // NOLINT(performance-unnecessary-copy-initialization)
         insert(copy, position);
         return;
     }
@@ -243,7 +245,7 @@ int64_t unicode::convert(int target, char* out, size_t* out_size, int source, co
     const char* from = name_of(source);
     if (!to || !from) return -1;
     iconv_t cd = iconv_open(to, from);
-    if (cd == iconv_t(-1)) return -1;
+    if (cd == iconv_t(-1)) return -1;  // NOLINT(performance-no-int-to-ptr): iconv_open's failure value
 
     char* in_pos = const_cast<char*>(in);
     size_t in_left = *in_size;

@@ -14,8 +14,8 @@ namespace common {
 // Writes text and numbers to a descriptor, each piece with one write(2).
 class console {
 public:
-    // A console on descriptor `fd`.
-    explicit console(int fd);
+    // A console on descriptor `descriptor`.
+    explicit console(int descriptor);
     // Leaves the descriptor open: the console does not own it.
     virtual ~console();
 

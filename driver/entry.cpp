@@ -77,24 +77,27 @@ void handle_option(int option, const char* value) {
     }
 }
 
-// Runs getopt over the arguments; 1 when parsing stopped at a bad option.
-int parse_options(int argc, char** argv, void (*handler)(int, const char*)) {
+// How reading the options ended.
+enum class [[nodiscard]] options_result { ok, bad_option };
+
+// Runs getopt over the arguments, handing each option to `handler`.
+options_result parse_options(int argc, char** argv, void (*handler)(int, const char*)) {
     int option;
     while ((option = getopt(argc, argv, kOptionString)) != -1) {
         // An empty output folder would quietly mean "in place".
         if (option == ':' || (option == 'c' && optarg && *optarg == '\0')) {
             common::console_out << "Option needs a value" << "\n";
-            return 1;
+            return options_result::bad_option;
         }
         if (option == '?') {
             char text[32];
             std::snprintf(text, sizeof text, "Unrecognized option: %c\n", optopt);
             common::console_out << text;
-            return 1;
+            return options_result::bad_option;
         }
         if (handler) handler(option, optarg);
     }
-    return 0;
+    return options_result::ok;
 }
 
 // Longest list line taken as a path; a longer line stays one job, cut to a
@@ -143,7 +146,7 @@ int tarvex_main(int argc, char** argv) {
     start_application_layer();
     // A mistyped option ends the run before any file is touched: taking the
     // rest as operands could convert originals meant for an output folder.
-    if (parse_options(argc, argv, handle_option) != 0) {
+    if (parse_options(argc, argv, handle_option) != options_result::ok) {
         teardown_application_layer();
         return 0;
     }
