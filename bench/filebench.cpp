@@ -7,10 +7,10 @@
 // copy, and with the floor of any safe in-place rewrite (copy beside, flush,
 // rename over the original), which also pays for freeing the originals.
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -160,8 +160,10 @@ int main(int argc, char** argv) {
         std::string name, size_w, size_h;
         int count;
     };
-    const std::vector<set> sets = {{"2k", "2048", "1556", 20}, {"4k", "4096", "3112", 5},
-                                   {"tiny", "64", "48", 1000}, {"2k host order", "2048", "1556", 20}};
+    const std::vector<set> sets = {{"2k", "2048", "1556", 20},
+                                   {"4k", "4096", "3112", 5},
+                                   {"tiny", "64", "48", 1000},
+                                   {"2k host order", "2048", "1556", 20}};
     for (const auto& s : sets) {
         std::string dir = work + "/src/" + s.name;
         if (int(files_in(dir).size()) == s.count) continue;
@@ -187,7 +189,8 @@ int main(int argc, char** argv) {
             mine.push_back({"in place, " + label, "copy, fdatasync, rename, folder flush", s.count, {}, {}});
             mine.push_back({"-c, " + label, "cp", s.count, {}, {}});
             mine.push_back({"-c -o 4096 (settings pass), " + label, "cp", s.count, {}, {}});
-            mine.push_back({"in place, two runs at once over the halves, " + label, "one run over all", s.count, {}, {}});
+            mine.push_back(
+                {"in place, two runs at once over the halves, " + label, "one run over all", s.count, {}, {}});
             mine.push_back({"-c, two runs at once over the halves, " + label, "one run over all", s.count, {}, {}});
         } else if (s.name != "tiny") {
             mine.push_back({"in place, " + label, "cp + fdatasync", s.count, {}, {}});
@@ -195,7 +198,8 @@ int main(int argc, char** argv) {
             mine.push_back({"-c, " + label, "cp", s.count, {}, {}});
             mine.push_back({"-c -o 4096 (settings pass), " + label, "cp", s.count, {}, {}});
         } else {
-            mine.push_back({"-c, 1000 tiny frames " + s.size_w + "x" + s.size_h + " in one call", "cp", s.count, {}, {}});
+            mine.push_back(
+                {"-c, 1000 tiny frames " + s.size_w + "x" + s.size_h + " in one call", "cp", s.count, {}, {}});
         }
         for (int r = 0; r < reps; ++r) {
             for (auto& sc : mine) {
@@ -237,7 +241,8 @@ int main(int argc, char** argv) {
                 auto time_baseline = [&] {
                     fresh(base);
                     if (sc.baseline_name == "one run over all") {
-                        if (sc.name.rfind("in place", 0) == 0) sc.baseline.push_back(tarvex_over({}, fresh_copy(), false).seconds);
+                        if (sc.name.rfind("in place", 0) == 0)
+                            sc.baseline.push_back(tarvex_over({}, fresh_copy(), false).seconds);
                         else sc.baseline.push_back(tarvex_over({"-c", base}, src, false).seconds);
                         return;
                     }
@@ -254,8 +259,13 @@ int main(int argc, char** argv) {
                     sc.baseline.push_back(t);
                 };
                 // Alternate which goes first, so neither always meets a warmer cache.
-                if (r % 2 == 0) { time_tarvex(); time_baseline(); }
-                else { time_baseline(); time_tarvex(); }
+                if (r % 2 == 0) {
+                    time_tarvex();
+                    time_baseline();
+                } else {
+                    time_baseline();
+                    time_tarvex();
+                }
             }
         }
         results.insert(results.end(), mine.begin(), mine.end());
@@ -266,19 +276,19 @@ int main(int argc, char** argv) {
     std::printf("|---|---:|---:|---|---:|---:|---:|\n");
     for (const auto& sc : results) {
         double t = median(sc.tarvex), b = median(sc.baseline);
-        std::printf("| %s | %d | %.1f ms | %s | %.1f ms | %.2f | %.1f MiB |\n", sc.name.c_str(), sc.frames,
-                    t * 1000, sc.baseline_name.c_str(), b * 1000, t / b, double(sc.peak_kib) / 1024);
+        std::printf("| %s | %d | %.1f ms | %s | %.1f ms | %.2f | %.1f MiB |\n", sc.name.c_str(), sc.frames, t * 1000,
+                    sc.baseline_name.c_str(), b * 1000, t / b, double(sc.peak_kib) / 1024);
     }
     // The cost of flushing each converted frame before it replaces its original.
     for (const auto& sc : results) {
         if (sc.baseline_name != "cp + fdatasync") continue;
         for (const auto& plain : results) {
             if (plain.name != "-c, " + sc.name.substr(std::string("in place, ").size())) continue;
-            std::printf("\nflush cost per frame, %s: cp + fdatasync - cp = %.2f ms; "
-                        "tarvex in place - tarvex -c = %.2f ms\n",
-                        plain.name.substr(4).c_str(),
-                        (median(sc.baseline) - median(plain.baseline)) * 1000 / sc.frames,
-                        (median(sc.tarvex) - median(plain.tarvex)) * 1000 / sc.frames);
+            std::printf(
+                "\nflush cost per frame, %s: cp + fdatasync - cp = %.2f ms; "
+                "tarvex in place - tarvex -c = %.2f ms\n",
+                plain.name.substr(4).c_str(), (median(sc.baseline) - median(plain.baseline)) * 1000 / sc.frames,
+                (median(sc.tarvex) - median(plain.tarvex)) * 1000 / sc.frames);
         }
     }
     // The folder flush after each rename, on the rewrite pattern tarvex uses.
@@ -296,7 +306,8 @@ int main(int argc, char** argv) {
     std::printf("\nEvery run (ms), tarvex / baseline:\n");
     for (const auto& sc : results) {
         std::printf("  %s:", sc.name.c_str());
-        for (size_t i = 0; i < sc.tarvex.size(); ++i) std::printf(" %.0f/%.0f", sc.tarvex[i] * 1000, sc.baseline[i] * 1000);
+        for (size_t i = 0; i < sc.tarvex.size(); ++i)
+            std::printf(" %.0f/%.0f", sc.tarvex[i] * 1000, sc.baseline[i] * 1000);
         std::printf("\n");
     }
     std::printf("\n%d repetitions of each run, alternating tarvex and the baseline.\n", reps);

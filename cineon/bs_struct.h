@@ -115,14 +115,10 @@ private:
     // the alignment count.
     void walk_array(int element, int n) {
         unsigned width;
-        if (element == bs_byte)
-            width = 1;
-        else if (element == bs_short)
-            width = 2;
-        else if (element == bs_long)
-            width = 4;
-        else
-            throw _throw_wrong_definition();
+        if (element == bs_byte) width = 1;
+        else if (element == bs_short) width = 2;
+        else if (element == bs_long) width = 4;
+        else throw _throw_wrong_definition();
         if (n < 1) return;
         if (width == 1) {
             advance(uint64_t(n));

@@ -16,6 +16,7 @@ using common::bs_long;
 
 // The Cineon header's layout, field by field. Floats are listed as bytes and
 // so keep the file's byte order, as they always have.
+// clang-format off
 const int cineon_codes[] = {
     // File information.
     bs_long, bs_long, bs_long,                   // magic, image_offset, generic_size
@@ -66,6 +67,7 @@ const int cineon_codes[] = {
     bs_array, bs_byte, 200,                      // slate_info
     bs_array, bs_byte, 740,                      // reserved_film
 };
+// clang-format on
 
 // The numeric values of the integers 0x447FC000 and 0xFFFFFFFF as floats,
 // not those bit patterns; new headers carry exactly these on purpose.

@@ -11,6 +11,7 @@
 
 // What a codec operation came to; the numbers are those the codecs have
 // always reported.
+// clang-format off
 enum class [[nodiscard]] codec_result : int {
     ok = 0,            // success
     unsupported = 1,   // unsupported image or conversion
@@ -21,6 +22,7 @@ enum class [[nodiscard]] codec_result : int {
     bad_header = 6,    // the header holds contents the codecs do not handle
     bad_argument = 7,  // null buffer, zero or too small size, or a header buffer not 2048 bytes
 };
+// clang-format on
 
 // Size in bytes of both formats' file headers.
 constexpr uint32_t codec_header_size = 2048;
@@ -45,31 +47,31 @@ public:
     // product does not fit in 64 bits.
     bool image_bytes(uint64_t& bytes) const;
 
-    uint32_t width = 0;             // pixels per line
-    uint32_t height = 0;            // lines
-    uint32_t descriptor = 0;        // DPX descriptor code, 50 RGB or 51 RGBA
-    uint16_t channels = 0;          // 3 or 4
-    uint16_t bit_depth = 0;         // bits per component
-    uint32_t transposed = 0;        // lines and columns exchanged
-    uint32_t mirror_x = 0;          // lines run right to left
-    uint32_t flip_y = 0;            // image runs bottom to top
-    uint32_t header_loaded = 0;     // set once read_header succeeded
-    uint32_t expand_to_10bit = 1;   // image reads deliver 10-bit packed words
-    uint32_t packed = 0;            // data is not filled to words by method A
-    uint32_t is_log = 0;            // logarithmic transfer characteristic
-    uint32_t swap_bytes = 0;        // the file's byte order is not the host's
-    uint16_t ref_low = 0;           // reference low data code
-    uint16_t ref_high = 1023;       // reference high data code
-    float pixel_aspect = 0.0f;      // horizontal / vertical pixel aspect
-    float gamma = 0.0f;             // television gamma
-    float black_level = 0.0f;       // television black level
-    float black_gain = 0.0f;        // television black gain
-    float break_point = 0.0f;       // television break point
-    float white_level = 0.0f;       // television white level
-    uint32_t data_offset = 0;       // file offset of the image data
-    uint32_t time_code = 0;         // SMPTE time code
-    float frame_rate = 0.0f;        // frames per second
-    int32_t fd = -1;                // open descriptor, -1 when closed
+    uint32_t width = 0;            // pixels per line
+    uint32_t height = 0;           // lines
+    uint32_t descriptor = 0;       // DPX descriptor code, 50 RGB or 51 RGBA
+    uint16_t channels = 0;         // 3 or 4
+    uint16_t bit_depth = 0;        // bits per component
+    uint32_t transposed = 0;       // lines and columns exchanged
+    uint32_t mirror_x = 0;         // lines run right to left
+    uint32_t flip_y = 0;           // image runs bottom to top
+    uint32_t header_loaded = 0;    // set once read_header succeeded
+    uint32_t expand_to_10bit = 1;  // image reads deliver 10-bit packed words
+    uint32_t packed = 0;           // data is not filled to words by method A
+    uint32_t is_log = 0;           // logarithmic transfer characteristic
+    uint32_t swap_bytes = 0;       // the file's byte order is not the host's
+    uint16_t ref_low = 0;          // reference low data code
+    uint16_t ref_high = 1023;      // reference high data code
+    float pixel_aspect = 0.0f;     // horizontal / vertical pixel aspect
+    float gamma = 0.0f;            // television gamma
+    float black_level = 0.0f;      // television black level
+    float black_gain = 0.0f;       // television black gain
+    float break_point = 0.0f;      // television break point
+    float white_level = 0.0f;      // television white level
+    uint32_t data_offset = 0;      // file offset of the image data
+    uint32_t time_code = 0;        // SMPTE time code
+    float frame_rate = 0.0f;       // frames per second
+    int32_t fd = -1;               // open descriptor, -1 when closed
 };
 
 // Base of the readers: opening, raw header and offset reads.

@@ -16,6 +16,7 @@ using common::bs_short;
 // they come. The last two entries cover 80 + 76 bytes where only 116 remain;
 // single bytes are never touched and the walk clamps at the record's end, so
 // the overrun is harmless. The list is kept as it is on purpose.
+// clang-format off
 const int dpx_codes[] = {
     // File information.
     bs_long, bs_long,                            // magic, image_offset
@@ -71,6 +72,7 @@ const int dpx_codes[] = {
     bs_array, bs_byte, 80,                       // the ten floats from horizontal_sample_rate on
     bs_array, bs_byte, 76,                       // reserved_tv
 };
+// clang-format on
 
 }  // namespace
 

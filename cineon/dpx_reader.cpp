@@ -69,12 +69,9 @@ codec_result smptedpx_reader::read_header() {
     bit_depth = e.bit_size;
     if (bit_depth != 8 && bit_depth != 10) return codec_result::bad_header;
     descriptor = e.descriptor;
-    if (descriptor == 50)
-        channels = 3;
-    else if (descriptor == 51)
-        channels = 4;
-    else
-        return codec_result::bad_header;
+    if (descriptor == 50) channels = 3;
+    else if (descriptor == 51) channels = 4;
+    else return codec_result::bad_header;
 
     packed = (e.packing == 0 || (channels == 3 && bit_depth == 8)) ? 1 : 0;
     if (packed && bit_depth == 10) return codec_result::bad_header;
@@ -98,10 +95,8 @@ codec_result smptedpx_reader::read_header() {
     if (h.y_orig_size != 0 && h.y_orig_size != 0xFFFFFFFFu) height = h.y_orig_size;
 
     time_code = h.time_code & 0x7F7F7F3Fu;
-    if (usable_rate(h.frame_rate))
-        frame_rate = h.frame_rate;
-    else if (usable_rate(h.tv_frame_rate))
-        frame_rate = h.tv_frame_rate;
+    if (usable_rate(h.frame_rate)) frame_rate = h.frame_rate;
+    else if (usable_rate(h.tv_frame_rate)) frame_rate = h.tv_frame_rate;
 
     header_loaded = 1;
     return codec_result::ok;

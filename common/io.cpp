@@ -65,9 +65,7 @@ io_result descriptor::close() {
     return result_of(r == 0 || errno == EINTR);
 }
 
-descriptor open_for_reading(const char* path) {
-    return open_file(path, O_RDONLY | O_NONBLOCK);
-}
+descriptor open_for_reading(const char* path) { return open_file(path, O_RDONLY | O_NONBLOCK); }
 
 descriptor open_file(const char* path, int flags, mode_t mode) {
     if (!path) return descriptor();
@@ -138,8 +136,8 @@ io_result copy_range(int in, uint64_t in_offset, int out, uint64_t out_offset, u
             loff_t from = loff_t(in_offset), to = loff_t(out_offset);
             ssize_t n = ::copy_file_range(in, &from, out, &to, size_t(std::min(size, kMaxRequest)), 0);
             if (n < 0 && errno == EINTR) continue;
-            if (n < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP ||
-                          errno == EBADF)) {
+            if (n < 0 &&
+                (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP || errno == EBADF)) {
                 kernel = false;  // not between these files: copy through user space
                 continue;
             }
@@ -187,9 +185,7 @@ bool same_file(int fd, const char* path) {
 
 io_result remove_file(const char* path) { return result_of(path && ::remove(path) == 0); }
 
-io_result rename_file(const char* from, const char* to) {
-    return result_of(from && to && ::rename(from, to) == 0);
-}
+io_result rename_file(const char* from, const char* to) { return result_of(from && to && ::rename(from, to) == 0); }
 
 io_result rename_no_replace(const char* from, const char* to) {
     if (!from || !to) return io_result::failed;

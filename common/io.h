@@ -14,7 +14,9 @@
 namespace common {
 
 // What a file operation came to; the caller must look at it.
+// clang-format off
 enum class [[nodiscard]] io_result { ok, failed };
+// clang-format on
 
 // Owns one open file descriptor and closes it when it goes.
 class descriptor {
@@ -130,7 +132,7 @@ private:
 
     descriptor fd_;
     std::string folder_;
-    std::string name_;    // the hidden name while one exists on disk
+    std::string name_;        // the hidden name while one exists on disk
     bool installed_ = false;  // sealed straight under its final name
 };
 

@@ -28,8 +28,8 @@ public:
     }
 
     allocator<T> alloc;
-    T* cell = nullptr;            // malloc'ed one-word copy of the value
-    release_fn release = nullptr; // called with the value on destruction
+    T* cell = nullptr;             // malloc'ed one-word copy of the value
+    release_fn release = nullptr;  // called with the value on destruction
     lelement* next = nullptr;
     lelement* prev = nullptr;
 };
@@ -47,7 +47,10 @@ public:
         iterator(llist* c, lelement<T>* e) : container(c), element(e) {}
         virtual ~iterator() {}
         T& operator*() const { return *element->cell; }
-        iterator& operator++() { element = element ? element->next : nullptr; return *this; }
+        iterator& operator++() {
+            element = element ? element->next : nullptr;
+            return *this;
+        }
         bool operator==(const iterator& o) const { return element == o.element; }
         bool operator!=(const iterator& o) const { return element != o.element; }
         llist* container;

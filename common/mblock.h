@@ -70,8 +70,7 @@ public:
         }
         // The value is stored by index rather than at `top`: after a growth
         // for an insert before the end `top` no longer marks the last element.
-        if (index != count)
-            std::memmove(data + index + 1, data + index, size_t(count - index) * element_size);
+        if (index != count) std::memmove(data + index + 1, data + index, size_t(count - index) * element_size);
         data[index] = value;
         ++count;
     }
@@ -132,11 +131,11 @@ protected:
 
 public:
     _mblock_impl impl;
-    T* first = nullptr;   // start of the element buffer (equal to data)
-    T* top = nullptr;     // slot of the last element in use
-    T* last = nullptr;    // last slot of the allocated capacity
-    int32_t count = 0;    // elements in use
-    T* data = nullptr;    // the owned buffer; null when nothing is stored
+    T* first = nullptr;  // start of the element buffer (equal to data)
+    T* top = nullptr;    // slot of the last element in use
+    T* last = nullptr;   // last slot of the allocated capacity
+    int32_t count = 0;   // elements in use
+    T* data = nullptr;   // the owned buffer; null when nothing is stored
     release_fn release = nullptr;
 };
 

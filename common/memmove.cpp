@@ -1,8 +1,9 @@
 #include "common/memmove.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
-#include <unistd.h>
 
 #include "common/io.h"
 

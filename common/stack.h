@@ -39,13 +39,18 @@ public:
         // This position minus the other's; both must lie on elements in use.
         int32_t operator-(const iterator& other) const {
             int32_t n = container->count;
-            if (position < 0 || position >= n || other.position < 0 || other.position >= n)
-                throw _throw_out_of_range();
+            if (position < 0 || position >= n || other.position < 0 || other.position >= n) throw _throw_out_of_range();
             return position - other.position;
         }
 
-        iterator& operator++() { ++position; return *this; }
-        iterator& operator--() { --position; return *this; }
+        iterator& operator++() {
+            ++position;
+            return *this;
+        }
+        iterator& operator--() {
+            --position;
+            return *this;
+        }
         bool operator==(const iterator& o) const { return container == o.container && position == o.position; }
         bool operator!=(const iterator& o) const { return !(*this == o); }
 

@@ -56,9 +56,7 @@ void unicode::adopt(unsigned short* block, int32_t capacity, int32_t length) {
     impl.capacity_end = block + (capacity - 1);
 }
 
-int32_t unicode::capacity() const {
-    return impl.data ? int32_t(impl.capacity_end - impl.begin) + 1 : 0;
-}
+int32_t unicode::capacity() const { return impl.data ? int32_t(impl.capacity_end - impl.begin) + 1 : 0; }
 
 void unicode::clear() {
     std::free(impl.data);
@@ -237,8 +235,7 @@ unicode& unicode::operator<<(double value) {
     return *this << real_text(text, value);
 }
 
-int64_t unicode::convert(int target, char* out, size_t* out_size, int source, const char* in,
-                         size_t* in_size) {
+int64_t unicode::convert(int target, char* out, size_t* out_size, int source, const char* in, size_t* in_size) {
     if (!out || !in || !out_size || !in_size) throw exception("unicode::convert() missing arguments!");
     if (*out_size == 0 || *in_size == 0) throw exception("unicode::convert() out of range!");
     const char* to = name_of(target);

@@ -17,14 +17,14 @@ class unicode {
 public:
     // Encoding ids understood by convert, copy_to and encoding_name.
     enum : int {
-        system8 = 0,   // the host's 8-bit Western set, "ISO-8859-1"
-        utf8 = 1,      // "UTF-8"
-        utf16le = 2,   // "UTF-16LE"
-        utf16be = 3,   // "UTF-16BE"
-        latin1 = 4,    // "ISO-8859-1", written without a terminator
-        ascii = 5,     // "ASCII"
-        utf32le = 6,   // "UTF-32LE"
-        utf32be = 7,   // "UTF-32BE"
+        system8 = 0,  // the host's 8-bit Western set, "ISO-8859-1"
+        utf8 = 1,     // "UTF-8"
+        utf16le = 2,  // "UTF-16LE"
+        utf16be = 3,  // "UTF-16BE"
+        latin1 = 4,   // "ISO-8859-1", written without a terminator
+        ascii = 5,    // "ASCII"
+        utf32le = 6,  // "UTF-32LE"
+        utf32be = 7,  // "UTF-32BE"
     };
 
     // The encoding whose byte sequence is exactly the host-order unit array.
@@ -122,8 +122,7 @@ public:
     // sizes hold the bytes written and consumed. Returns iconv's result or -1.
     // For targets 0 and 1 a zero byte follows the output, so `out` must have
     // one byte beyond *out_size.
-    static int64_t convert(int target, char* out, size_t* out_size, int source, const char* in,
-                           size_t* in_size);
+    static int64_t convert(int target, char* out, size_t* out_size, int source, const char* in, size_t* in_size);
     // Writes the string into `buf` in `encoding`; UTF-8 and the system set are
     // always terminated. Returns `buf`.
     char* copy_to(char* buf, size_t size, int encoding) const;

@@ -37,7 +37,7 @@ void print_banner() {
     const int prefix = 7;  // the colour escape before "<"
     while (n < 250 && n - prefix < common::console_out.width() - 1) line[n++] = ' ';
     line[n] = '\0';
-    common::console_out << line << ">" << "\033[0m" << "\n";
+    common::console_out << line << '>' << "\033[0m" << '\n';
 }
 
 // The -o value: "-1", or decimal digits alone for 2048 to 2147483647. Any
@@ -69,16 +69,15 @@ void handle_option(int option, const char* value) {
             g_outputDir.assign(1, value);
             g_outputDir.add_separator(1);
             break;
-        case 'z':
-            common::console_out << kVersion << "\n";
-            std::exit(0);
-        default:
-            break;  // -f is accepted and has no effect
+        case 'z': common::console_out << kVersion << "\n"; std::exit(0);
+        default: break;  // -f is accepted and has no effect
     }
 }
 
 // How reading the options ended.
+// clang-format off
 enum class [[nodiscard]] options_result { ok, bad_option };
+// clang-format on
 
 // Runs getopt over the arguments, handing each option to `handler`.
 options_result parse_options(int argc, char** argv, void (*handler)(int, const char*)) {
@@ -86,7 +85,7 @@ options_result parse_options(int argc, char** argv, void (*handler)(int, const c
     while ((option = getopt(argc, argv, kOptionString)) != -1) {
         // An empty output folder would quietly mean "in place".
         if (option == ':' || (option == 'c' && optarg && *optarg == '\0')) {
-            common::console_out << "Option needs a value" << "\n";
+            common::console_out << "Option needs a value" << '\n';
             return options_result::bad_option;
         }
         if (option == '?') {
@@ -134,8 +133,8 @@ void read_list_file() {
 }  // namespace
 
 void exit_program(int code) {
-    if (code == 0) common::console_out << "Exiting normally" << "\n";
-    else common::console_out << "Exiting unexpectedly (" << int32_t(code) << ")" << "\n";
+    if (code == 0) common::console_out << "Exiting normally" << '\n';
+    else common::console_out << "Exiting unexpectedly (" << int32_t(code) << ")" << '\n';
     std::exit(code);
 }
 
@@ -167,8 +166,7 @@ int tarvex_main(int argc, char** argv) {
     else read_list_file();
 
     while (g_totalJobs > g_jobsDone && !interrupted()) {
-        const char* path = g_listMode ? g_listEntries[size_t(g_jobsDone)].c_str()
-                                      : argv[optind + g_jobsDone];
+        const char* path = g_listMode ? g_listEntries[size_t(g_jobsDone)].c_str() : argv[optind + g_jobsDone];
         common::file input(path);
         if (repair_job(input) == job_result::interrupted) break;  // this job is not done
         ++g_jobsDone;
@@ -176,9 +174,9 @@ int tarvex_main(int argc, char** argv) {
     }
     if (!interrupted()) showProgress(g_jobsDone, g_totalJobs);
 
-    common::console_out << "\n" << "Finished " << g_jobsDone << " of " << g_totalJobs;
-    if (g_failedJobs == 0) common::console_out << ", none failed to convert." << "\n";
-    else common::console_out << ", only " << g_failedJobs << " failed to convert." << "\n";
+    common::console_out << '\n' << "Finished " << g_jobsDone << " of " << g_totalJobs;
+    if (g_failedJobs == 0) common::console_out << ", none failed to convert." << '\n';
+    else common::console_out << ", only " << g_failedJobs << " failed to convert." << '\n';
     if (interrupted()) end_by_interruption();
 
     teardown_application_layer();

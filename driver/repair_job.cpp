@@ -10,9 +10,9 @@
 #include <cstring>
 #include <string>
 
-#include "cineon/image_holder.h"
 #include "cineon/dpx_header.h"
 #include "cineon/dpx_reader.h"
+#include "cineon/image_holder.h"
 #include "common/io.h"
 #include "driver/console.h"
 #include "driver/interrupt.h"
@@ -22,16 +22,11 @@
 namespace {
 
 const char kLoadFailed[] = "Could not load image or file was not a DPX file!";
-const char kNot10Bit[] =
-    "Could not swap DPX to local byte ordering because it was not a 10bit image file!";
-const char kOpenFailed[] =
-    "Could not swap DPX to local byte ordering because it could not open the file!";
-const char kReadFailed[] =
-    "Could not swap DPX to local byte ordering because it could not read the image file!";
-const char kImageWriteFailed[] =
-    "Could not swap DPX to local byte ordering because it could not write the image file!";
-const char kHeaderWriteFailed[] =
-    "Could not swap DPX to local byte ordering because it could not write the header!";
+const char kNot10Bit[] = "Could not swap DPX to local byte ordering because it was not a 10bit image file!";
+const char kOpenFailed[] = "Could not swap DPX to local byte ordering because it could not open the file!";
+const char kReadFailed[] = "Could not swap DPX to local byte ordering because it could not read the image file!";
+const char kImageWriteFailed[] = "Could not swap DPX to local byte ordering because it could not write the image file!";
+const char kHeaderWriteFailed[] = "Could not swap DPX to local byte ordering because it could not write the header!";
 const char kReplaceFailed[] =
     "Could not swap DPX to local byte ordering because it could not replace the original file!";
 const char kCineonRenameFailed[] =
@@ -63,8 +58,7 @@ uint64_t declared_image_size(const smptedpx_reader& reader, const SMPTE268M_Head
         if (__builtin_mul_overflow(a, b, &n) || __builtin_mul_overflow(n, uint64_t(4), &n)) return UINT64_MAX;
         return n;
     };
-    return std::max(product(reader.width, reader.height),
-                    product(header.pixels_per_line, header.lines_per_element));
+    return std::max(product(reader.width, reader.height), product(header.pixels_per_line, header.lines_per_element));
 }
 
 // The name a misnamed Cineon file is given: its extension replaced by
@@ -83,7 +77,9 @@ std::string cineon_name(const std::string& path) {
     return digits ? path + ".cin" : path.substr(0, dot + 1) + "cin";
 }
 
+// clang-format off
 enum class [[nodiscard]] copy_status { ok, read_failed, write_failed, interrupted };
+// clang-format on
 
 // One job's objects and the exits they share. Each step returns true when
 // the job goes on; a step that ends the job has printed and counted its
@@ -111,16 +107,16 @@ private:
     void fail(const char* message, int failures = 1);
 
     const common::file& input_;
-    std::string given_;           // the path as the user gave it, for error lines
+    std::string given_;  // the path as the user gave it, for error lines
     image_holder holder_;
     smptedpx_reader* reader_ = nullptr;
     SMPTE268M_Header_t header_;
-    std::string target_;          // where the converted frame goes when complete
-    bool in_place_ = false;       // the target is the input itself
-    bool swap_ = false;           // the frame is in the other byte order
-    bool settings_ = false;       // the run's settings differ from the frame's
-    bool interrupted_ = false;    // an interruption stopped the job
-    common::private_file out_;    // the converted frame while it is written
+    std::string target_;        // where the converted frame goes when complete
+    bool in_place_ = false;     // the target is the input itself
+    bool swap_ = false;         // the frame is in the other byte order
+    bool settings_ = false;     // the run's settings differ from the frame's
+    bool interrupted_ = false;  // an interruption stopped the job
+    common::private_file out_;  // the converted frame while it is written
 };
 
 job_result job::run() {
@@ -200,12 +196,9 @@ bool job::plan_output() {
 
 bool job::needs_settings() const {
     const auto& element = header_.image_element[0];
-    return int32_t(int16_t(reader_->ref_low)) != g_lowData ||
-           int32_t(int16_t(reader_->ref_high)) != g_highData ||
-           int32_t(element.transfer) != g_transfer ||
-           header_.image_offset != uint32_t(g_byteOffset) ||
-           header_.image_offset != element.data_offset ||
-           element.packing != 1;
+    return int32_t(int16_t(reader_->ref_low)) != g_lowData || int32_t(int16_t(reader_->ref_high)) != g_highData ||
+           int32_t(element.transfer) != g_transfer || header_.image_offset != uint32_t(g_byteOffset) ||
+           header_.image_offset != element.data_offset || element.packing != 1;
 }
 
 // Writes the image into the output: from its offset to the end of the input
@@ -237,7 +230,10 @@ bool job::swap_pass() {
     switch (copy_image(file - source, target)) {
         case copy_status::read_failed: fail(kReadFailed); return false;
         case copy_status::write_failed: fail(kImageWriteFailed, failures); return false;
-        case copy_status::interrupted: interrupted_ = true; out_.discard(); return false;
+        case copy_status::interrupted:
+            interrupted_ = true;
+            out_.discard();
+            return false;
         case copy_status::ok: return true;
     }
     return false;
@@ -353,6 +349,4 @@ bool job::completion() {
 
 }  // namespace
 
-job_result repair_job(const common::file& input) {
-    return job(input).run();
-}
+job_result repair_job(const common::file& input) { return job(input).run(); }

@@ -77,7 +77,7 @@ void print_settings_report(const smptedpx_reader& reader, const SMPTE268M_Header
     // The file is stored in the host's order unless the reader had to swap it.
     bool file_little = host_is_little_endian() != bool(reader.swap_bytes);
 
-    out << "\n" << "\033[47m\033[30mCineon/DPX Settings\033[0m" << "\n";
+    out << '\n' << "\033[47m\033[30mCineon/DPX Settings\033[0m" << '\n';
     out << "Endian          : " << (file_little ? "Little" : "Big") << "\n";
     out << "Lowdata         : " << int32_t(int16_t(reader.ref_low)) << "\n";
     out << "Highdata        : " << int32_t(int16_t(reader.ref_high)) << "\n";

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "cineon/image_holder.h"
 #include "cineon/dpx_header.h"
 #include "cineon/dpx_reader.h"
+#include "cineon/image_holder.h"
 #include "driver/settings_report.h"
 
 namespace {
