@@ -10,6 +10,21 @@
 #include "cineon/dpx_writer.h"
 #include "common/io.h"
 
+namespace {
+
+// Builds a reader of type R into `slot` and hands it the open `file` with
+// its header read: ok, or io with the slot left null when the reader refuses it.
+template <class R>
+codec_result attach_reader(R*& slot, common::descriptor& file) {
+    slot = new R();
+    if (slot->attach(file.release(), true) == codec_result::ok) return codec_result::ok;
+    delete slot;
+    slot = nullptr;
+    return codec_result::io;
+}
+
+}  // namespace
+
 codec_result read_magic(int descriptor, uint32_t& magic) {
     magic = 0;
     unsigned char bytes[4];
@@ -44,19 +59,7 @@ codec_result image_holder::load(const char* path) {
     const codec_result result = read_magic(file.get(), magic);
     if (result != codec_result::ok) return result;
 
-    if (magic == cineon_magic || magic == cineon_magic_swapped) {
-        cineon_reader = new kodakcineon_reader();
-        if (cineon_reader->attach(file.release(), true) == codec_result::ok) return codec_result::ok;
-        delete cineon_reader;
-        cineon_reader = nullptr;
-        return codec_result::io;
-    }
-    if (magic == dpx_magic || magic == dpx_magic_swapped) {
-        dpx_reader = new smptedpx_reader();
-        if (dpx_reader->attach(file.release(), true) == codec_result::ok) return codec_result::ok;
-        delete dpx_reader;
-        dpx_reader = nullptr;
-        return codec_result::io;
-    }
+    if (magic == cineon_magic || magic == cineon_magic_swapped) return attach_reader(cineon_reader, file);
+    if (magic == dpx_magic || magic == dpx_magic_swapped) return attach_reader(dpx_reader, file);
     return codec_result::io;
 }
