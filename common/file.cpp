@@ -3,10 +3,8 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <strings.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -17,6 +15,7 @@
 #include "common/exceptions.h"
 #include "common/io.h"
 #include "common/stream.h"
+#include "common/url.h"
 
 namespace common {
 
@@ -38,72 +37,6 @@ bool inside(const char* text, const char* begin, const char* end) {
 }
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
-// Bytes a file URL carries unescaped in its path.
-bool url_safe(unsigned char c) {
-    if (c == 0) return false;
-    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || is_digit(char(c))) return true;
-    return std::strchr("-._~!$&'()*+,;=@/", c) != nullptr;
-}
-
-int hex_value(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-// A file URL for `path`: absolute paths get "file://", relative ones stay a
-// relative reference; every byte outside the safe set is percent-escaped.
-void path_to_url(const char* path, stream& out) {
-    static const char digits[] = "0123456789ABCDEF";
-    out.clear();
-    if (path[0] == '/') out.assign("file://");
-    for (const char* p = path; *p; ++p) {
-        unsigned char c = static_cast<unsigned char>(*p);
-        if (url_safe(c)) {
-            out.append(char(c));
-            continue;
-        }
-        out.append('%');
-        out.append(digits[c >> 4]);
-        out.append(digits[c & 15]);
-    }
-}
-
-// The file-system path of a file URL or relative reference; false for any
-// other scheme, a remote host, a bad escape or an escaped NUL.
-bool url_to_path(const char* url, stream& out) {
-    const char* p = url;
-    const char* colon = std::strchr(url, ':');
-    const char* slash = std::strchr(url, '/');
-    bool has_scheme = colon && colon != url && (!slash || colon < slash) &&
-                      std::isalpha(static_cast<unsigned char>(url[0]));
-    if (has_scheme) {
-        if (colon - url != 4 || strncasecmp(url, "file", 4) != 0) return false;
-        p = colon + 1;
-        if (p[0] == '/' && p[1] == '/') {
-            const char* host = p + 2;
-            const char* path = std::strchr(host, '/');
-            size_t host_len = path ? size_t(path - host) : std::strlen(host);
-            if (host_len != 0 && !(host_len == 9 && strncasecmp(host, "localhost", 9) == 0)) return false;
-            p = path ? path : "/";
-        }
-    }
-    out.clear();
-    for (; *p && *p != '?' && *p != '#'; ++p) {
-        if (*p != '%') {
-            out.append(*p);
-            continue;
-        }
-        int high = hex_value(p[1]);
-        int low = high < 0 ? -1 : hex_value(p[2]);
-        if (low < 0 || (high == 0 && low == 0)) return false;
-        out.append(char(high * 16 + low));
-        p += 2;
-    }
-    return out.size > 0;
-}
 
 // Converts `text` from one path form to another into `out`; false when the
 // text cannot be converted. Forms 0 to 2 all hold UTF-8 here.
