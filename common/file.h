@@ -8,12 +8,16 @@
 
 #include "common/allocator.h"
 #include "common/file_range.h"
+#include "common/io.h"
 #include "common/stack.h"
 
 namespace common {
 
+// What file::create_directory came to; the numbers are the codes it has always had.
+enum class [[nodiscard]] directory_result { made = 0, failed = 1, already_there = 2 };
+
 // A path object; it holds no descriptor between calls. Every operation on an
-// empty path does nothing and returns 0, false or its buffer.
+// empty path does nothing and returns ok (made), 0, false or its buffer.
 class file {
 public:
     // Path forms: how the text is written.
@@ -71,35 +75,35 @@ public:
     bool change_extension(const char* ext, int replace);
     // Copies the path converted to `form`; unconvertible text is copied as it is.
     char* text_in_form(int form, char* buf, int len) const;
+
     // The path's status-change time in seconds; 0xFFFFFFFF when stat fails.
     uint32_t change_time();
-
     // True when the path opens as a directory (*is_dir = 1) or as a file (*is_dir = 0).
     bool exists(int* is_dir = nullptr);
-    // Removes the file or empty directory: 0 done, 1 failed.
-    int remove();
-    // Sets the permission bits: 0 done, 1 failed.
-    int change_mode(mode_t mode);
-    // Makes `other` a symbolic link to this path: 0 done, 1 failed.
-    int link_to(const file& other);
-    // Renames this path to `other`: 0 done, 1 failed.
-    int rename_to(const file& other);
-    // Copies the file's bytes and mode to `other`: 0 done, 1 failed.
-    int copy_to(const file& other);
-    // Makes the directory and any missing parents: 0 made, 2 already there, 1 failed.
-    int create_directory(mode_t mode);
-    // Removes the directory and everything under it: 0 done, 1 failed.
-    int remove_tree();
+    // Removes the file or empty directory: ok done (0), failed (1).
+    io_result remove();
+    // Sets the permission bits: ok done (0), failed (1).
+    io_result change_mode(mode_t mode);
+    // Makes `other` a symbolic link to this path: ok done (0), failed (1).
+    io_result link_to(const file& other);
+    // Renames this path to `other`: ok done (0), failed (1).
+    io_result rename_to(const file& other);
+    // Copies the file's bytes and mode to `other`: ok done (0), failed (1).
+    io_result copy_to(const file& other);
+    // Makes the directory and any missing parents: made (0), already_there (2), failed (1).
+    directory_result create_directory(mode_t mode);
+    // Removes the directory and everything under it: ok done (0), failed (1).
+    io_result remove_tree();
     // Appends to `out` one calloc'ed record per run of consecutive frame
     // numbers of the sequence this path belongs to; 1 when any was reported.
     int frame_ranges(stack<kel_fileRange_t*>& out);
 
     // Writes size, text with its NUL, and form into `buf`; *out_size = size + 8.
-    // Returns 1 (after a message) when `buf` is null.
-    int pack_data(void* buf, uint32_t* out_size) const;
-    // Reads what pack_data wrote; *in_size = size + 8. Returns 1 when `buf`
-    // is null (after a message) or the packed size is negative.
-    int unpack_data(const void* buf, uint32_t* in_size);
+    // Failed (1, after a message) when `buf` is null; else ok (0).
+    io_result pack_data(void* buf, uint32_t* out_size) const;
+    // Reads what pack_data wrote; *in_size = size + 8. Failed (1) when `buf`
+    // is null (after a message) or the packed size is negative; else ok (0).
+    io_result unpack_data(const void* buf, uint32_t* in_size);
 
     // The text; "" when empty.
     const char* c_str() const { return data ? data : ""; }

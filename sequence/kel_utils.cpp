@@ -19,8 +19,6 @@ namespace {
 // unit of the basic plane, four for a surrogate pair of two units.
 constexpr size_t max_sanitized_bytes = size_t(kel_utils::max_sanitized_units) * 3;
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
 // Length of `text`, or -1 when it is null or longer than max_name_length, so
 // that every index into it fits the 16-bit arithmetic below.
 int16_t bounded_length(const char* text) {
@@ -37,21 +35,19 @@ int16_t last_of(const char* text, int16_t n, char c) {
     return -1;
 }
 
-// The walk back over the frame digits that end just before index `end`: it
-// starts at end - 1 (at 0 when that is the first character), passes digits and
-// stops at the first non-digit or at index 0, which is taken without a test.
-// Returns the index where it stopped.
-int16_t digit_walk_stop(const char* text, int16_t end) {
-    int16_t i = end > 0 ? int16_t(end - 1) : int16_t(0);
-    while (i > 0 && is_digit(text[i])) --i;
-    return i;
-}
-
-// Naming style told by the character where the digit walk stopped.
-int style_of_stop(char stop) {
-    if (stop == ' ') return 2;
-    if (stop == '.') return 0;
-    return 1;
+// The names are read by these rules on top of the shared frame-name pieces,
+// which callers of kel_utils have always seen: the walk back over the digits
+// that end at a position stops at the character before them, or at index 0,
+// which is then taken as that character without being tested (so "0001.x" is
+// attached, and a digit at index 0 is never part of the number); a dotted
+// number follows the LAST "." of the name without its extension; an attached
+// or spaced number needs a base of at least one character before the stop
+// character, and an attached one rejects a stop character of "." or " ";
+// indexes are signed 16-bit (names up to 32767 characters).
+// walk_stop gives the index where the walk back from `end` stopped.
+int16_t walk_stop(const char* text, int16_t end) {
+    size_t first_digit = common::digits_start(text, size_t(end));
+    return first_digit > 0 ? int16_t(first_digit - 1) : int16_t(0);
 }
 
 // Naming style of `name` from the digits before its last "."; -1 when it has
@@ -59,9 +55,9 @@ int style_of_stop(char stop) {
 int style_of(const char* name) {
     int16_t len = bounded_length(name);
     if (len < 0) return -1;
-    int16_t dot = last_of(name, len, '.');
-    if (dot < 0) return -1;
-    return style_of_stop(name[digit_walk_stop(name, dot)]);
+    size_t dot = common::extension_start(name, size_t(len));
+    if (dot == common::no_index) return -1;
+    return common::style_of_separator(name[walk_stop(name, int16_t(dot))]);
 }
 
 // Copies at most size - 1 bytes of `text` into `out` and terminates it.
@@ -72,10 +68,11 @@ void copy_text(char* out, size_t size, const char* text) {
 }
 
 // Puts the frame text starting at `digits` into the 16-byte `frame` buffer,
-// cut to 15 characters, and its length into `count`.
+// cut to 15 characters (the rest of the buffer zero-filled), and its length
+// into `count`.
 void set_frame(char* frame, const char* digits, uint16_t* count) {
     std::strncpy(frame, digits, kel_utils::frame_buffer_size);
-    frame[kel_utils::frame_buffer_size - 1] = 0;
+    frame[common::max_frame_digits] = 0;
     *count = uint16_t(std::strlen(frame));
 }
 
@@ -84,7 +81,7 @@ void set_frame(char* frame, const char* digits, uint16_t* count) {
 int32_t parse_frame(const char* digits) {
     int64_t value = 0;
     int n = 0;
-    for (; is_digit(digits[n]); ++n) value = value * 10 + (digits[n] - '0');
+    for (; common::is_decimal_digit(digits[n]); ++n) value = value * 10 + (digits[n] - '0');
     if (n == 0 || value > INT32_MAX) return -1;
     return int32_t(value);
 }
@@ -132,6 +129,86 @@ bool is_directory(DIR* dir, const struct dirent* entry) {
     return buffer;
 }
 
+// The one range record a frame-range scan fills, appended to `ranges`, which
+// owns it from then on.
+kel_fileRange_t* add_range(common::stack<kel_fileRange_t*>& ranges) {
+    auto* range = static_cast<kel_fileRange_t*>(std::calloc(1, sizeof(kel_fileRange_t)));
+    if (!range) throw common::_throw_bad_allocation();
+    try {
+        ranges.append(range);
+    } catch (...) {
+        std::free(range);
+        throw;
+    }
+    return range;
+}
+
+// The sequence a frame-range scan looks for.
+struct sequence_query {
+    const char* base;         // the name before the frame digits
+    const char* extension;    // the name's ending, its dot included
+    size_t extension_length;  // characters of `extension`
+    int style;                // naming style
+};
+
+// True when the folder entry `entry` (its first 255 bytes) belongs to the
+// sequence; *frame then receives its frame number, -1 when that does not parse.
+bool frame_of_entry(const char* entry, const sequence_query& wanted, int32_t* frame) {
+    char name[kel_utils::name_buffer_size];
+    copy_text(name, sizeof name, entry);
+    size_t length = std::strlen(name);
+    if (length < wanted.extension_length) return false;
+    int16_t stem_end = int16_t(length - wanted.extension_length);
+    if (std::strncmp(name + stem_end, wanted.extension, wanted.extension_length) != 0) return false;
+    if (kel_utils::naming_style(name) != wanted.style) return false;
+
+    int16_t stop = walk_stop(name, stem_end);
+    int16_t cut = wanted.style == common::attached_frames ? int16_t(stop + 1) : stop;
+    if (cut > stem_end) cut = stem_end;
+    char rest[kel_utils::name_buffer_size];
+    std::memcpy(rest, name, size_t(cut));
+    rest[cut] = 0;
+    if (std::strcmp(rest, wanted.base) != 0) return false;
+
+    char digits[kel_utils::frame_buffer_size] = {0};
+    int16_t begin = int16_t(stop + 1);
+    if (begin < stem_end) std::memcpy(digits, name + begin, common::kept_digits(size_t(stem_end - begin)));
+    *frame = parse_frame(digits);
+    return true;
+}
+
+// Widens `range` to take in the frame numbers of the sequence's entries in
+// `dir`, the first one setting both ends. Returns the number of the last
+// matching entry read, -1 when there was none or its digits did not parse.
+int32_t scan_frames(DIR* dir, const sequence_query& wanted, kel_fileRange_t* range) {
+    int32_t frame = -1;
+    bool first_match = true;
+    while (const struct dirent* entry = ::readdir(dir)) {
+        if (entry->d_name[0] == '.' || is_directory(dir, entry)) continue;
+        if (!frame_of_entry(entry->d_name, wanted, &frame) || frame < 0) continue;
+        if (first_match) {
+            range->first = range->last = frame;
+            first_match = false;
+        } else {
+            if (frame < range->first) range->first = frame;
+            if (frame > range->last) range->last = frame;
+        }
+    }
+    return frame;
+}
+
+// Writes the ranges into `out` as "first-last" joined by ",", appending at
+// most `limit` characters for each piece.
+void write_ranges(const common::stack<kel_fileRange_t*>& ranges, char* out, size_t limit) {
+    out[0] = 0;
+    for (int32_t i = 0; i < ranges.size(); ++i) {
+        char text[kel_utils::name_buffer_size];
+        std::snprintf(text, sizeof text, "%d-%d", ranges[i]->first, ranges[i]->last);
+        if (i > 0) std::strncat(out, ",", limit);
+        std::strncat(out, text, limit);
+    }
+}
+
 }  // namespace
 
 bool kel_utils::is_space_numbered(const char* name) { return style_of(name) == 2; }
@@ -169,40 +246,38 @@ std::string kel_utils::strip_extension(const std::string& name) {
     return name.substr(0, dot);
 }
 
-int kel_utils::split_frame_name(const char* name, int style, char* base, char* frame,
-                                char* extension, uint16_t* digit_count) {
-    if (!base || !frame || !extension || !digit_count) return 3;
+kel_utils::name_split kel_utils::split_frame_name(const char* name, int style, char* base, char* frame,
+                                                  char* extension, uint16_t* digit_count) {
+    if (!base || !frame || !extension || !digit_count) return name_split::not_a_frame_name;
     base[0] = frame[0] = extension[0] = 0;
     *digit_count = 0;
     int16_t len = bounded_length(name);
-    if (len < 0) return 3;
-    int16_t dot = last_of(name, len, '.');
-    if (dot < 0) return 3;
-    if (size_t(dot) >= name_buffer_size || size_t(len - dot) >= name_buffer_size) return 3;
+    if (len < 0) return name_split::not_a_frame_name;
+    common::frame_tokens tokens = common::tokenize_frame_name(name, size_t(len));
+    if (tokens.extension == common::no_index) return name_split::not_a_frame_name;
+    int16_t dot = int16_t(tokens.extension);
+    if (size_t(dot) >= name_buffer_size || size_t(len - dot) >= name_buffer_size) return name_split::not_a_frame_name;
     std::memcpy(extension, name + dot, size_t(len - dot) + 1);
     std::memcpy(base, name, size_t(dot));
     base[dot] = 0;
 
-    if (style == 1 || style == 2) {
-        int16_t stop = digit_walk_stop(base, dot);
-        if (stop < 1) return 3;
-        if (style == 1 && (base[stop] == '.' || base[stop] == ' ')) return 3;
-        if (style == 2 && base[stop] != ' ') return 3;
+    if (style == common::attached_frames || style == common::spaced_frames) {
+        int16_t stop = walk_stop(base, dot);
+        if (stop < 1) return name_split::not_a_frame_name;
+        if (style == common::attached_frames && (base[stop] == '.' || base[stop] == ' '))
+            return name_split::not_a_frame_name;
+        if (style == common::spaced_frames && base[stop] != ' ') return name_split::not_a_frame_name;
         set_frame(frame, base + stop + 1, digit_count);
-        // Style 1 keeps the character before the digits in the base; style 2
-        // drops the space.
-        base[style == 1 ? stop + 1 : stop] = 0;
-    } else if (style == 0) {
-        int16_t separator = last_of(base, dot, '.');
-        if (separator < 0) return 3;
+        // An attached base keeps the character before the digits; a spaced
+        // one drops the space.
+        base[style == common::attached_frames ? stop + 1 : stop] = 0;
+    } else if (style == common::dotted_frames) {
+        size_t separator = common::extension_start(base, size_t(dot));
+        if (separator == common::no_index) return name_split::not_a_frame_name;
         set_frame(frame, base + separator + 1, digit_count);
         base[separator] = 0;
     }
-
-    if (frame[0] == 0) return 3;
-    for (const char* p = frame; *p; ++p)
-        if (!is_digit(*p)) return 3;
-    return 0;
+    return common::is_frame_number(frame, *digit_count) ? name_split::split : name_split::not_a_frame_name;
 }
 
 char* kel_utils::sanitize_name(char* out, size_t out_size, const char* text) {
@@ -267,76 +342,23 @@ bool kel_utils::find_files(common::stack<kel_fileResult_t*>& results, kel_fileQu
     return results.size() > 0;
 }
 
-int kel_utils::get_frame_range(const char* folder, const char* base, const char* extension,
-                               int style, char* out, size_t limit) {
+kel_utils::frame_scan kel_utils::get_frame_range(const char* folder, const char* base, const char* extension,
+                                                 int style, char* out, size_t limit) {
     common::stack<kel_fileRange_t*> ranges(release_range);
-    auto* range = static_cast<kel_fileRange_t*>(std::calloc(1, sizeof(kel_fileRange_t)));
-    if (!range) throw common::_throw_bad_allocation();
-    try {
-        ranges.append(range);
-    } catch (...) {
-        std::free(range);
-        throw;
-    }
-    int32_t frame = -1;
+    kel_fileRange_t* range = add_range(ranges);
     common::file path(folder);
     if (out) out[0] = 0;
     open_dir dir{::opendir(path.c_str())};
-    if (!dir.dir) return 3;
+    if (!dir.dir) return frame_scan::unreadable;
 
-    const char* wanted_base = base ? base : "";
-    const char* wanted_ext = extension ? extension : "";
-    size_t ext_length = std::strlen(wanted_ext);
-    bool first_match = true;
-    while (const struct dirent* entry = ::readdir(dir.dir)) {
-        if (entry->d_name[0] == '.' || is_directory(dir.dir, entry)) continue;
-        char name[name_buffer_size];
-        copy_text(name, sizeof name, entry->d_name);
-        size_t length = std::strlen(name);
-        if (length < ext_length) continue;
-        int16_t stem_end = int16_t(length - ext_length);
-        if (std::strncmp(name + stem_end, wanted_ext, ext_length) != 0) continue;
-        if (naming_style(name) != style) continue;
-
-        int16_t stop = digit_walk_stop(name, stem_end);
-        int16_t cut = style == 1 ? int16_t(stop + 1) : stop;
-        if (cut > stem_end) cut = stem_end;
-        char rest[name_buffer_size];
-        std::memcpy(rest, name, size_t(cut));
-        rest[cut] = 0;
-        if (std::strcmp(rest, wanted_base) != 0) continue;
-
-        char digits[frame_buffer_size] = {0};
-        int16_t begin = int16_t(stop + 1);
-        if (begin < stem_end) {
-            size_t n = size_t(stem_end - begin);
-            if (n > frame_buffer_size - 1) n = frame_buffer_size - 1;
-            std::memcpy(digits, name + begin, n);
-        }
-        frame = parse_frame(digits);
-        if (frame < 0) continue;
-        if (first_match) {
-            range->first = range->last = frame;
-            first_match = false;
-        } else {
-            if (frame < range->first) range->first = frame;
-            if (frame > range->last) range->last = frame;
-        }
-    }
+    const char* wanted_extension = extension ? extension : "";
+    const sequence_query wanted{base ? base : "", wanted_extension, std::strlen(wanted_extension), style};
     // Deliberately the last name read decides, as callers of this scan have
     // always seen: a matching name whose digits do not parse, read last, makes
     // the whole scan report that nothing was found.
-    if (frame < 0) return 1;
-    if (!out) return 0;
-
-    out[0] = 0;
-    for (int32_t i = 0; i < ranges.size(); ++i) {
-        char text[name_buffer_size];
-        std::snprintf(text, sizeof text, "%d-%d", ranges[i]->first, ranges[i]->last);
-        if (i > 0) std::strncat(out, ",", limit);
-        std::strncat(out, text, limit);
-    }
-    return 0;
+    if (scan_frames(dir.dir, wanted, range) < 0) return frame_scan::none_found;
+    if (out) write_ranges(ranges, out, limit);
+    return frame_scan::found;
 }
 
 void kel_utils::release_range(kel_fileRange_t* range) { std::free(range); }

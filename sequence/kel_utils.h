@@ -7,6 +7,7 @@
 #include <string>
 
 #include "common/file_range.h"
+#include "common/frame_name.h"
 #include "common/stack.h"
 
 // One file found by kel_utils::find_files, allocated zero-filled with calloc.
@@ -32,9 +33,14 @@ public:
     // Size in bytes of the base and extension buffers of split_frame_name.
     static constexpr size_t name_buffer_size = 256;
     // Size in bytes of the frame-number buffer: 15 digits and a zero.
-    static constexpr size_t frame_buffer_size = 16;
+    static constexpr size_t frame_buffer_size = common::max_frame_digits + 1;
     // Most code units kept by sanitize_name.
     static constexpr int32_t max_sanitized_units = 256;
+
+    // What split_frame_name came to; the numbers are the codes it has always had.
+    enum class [[nodiscard]] name_split { split = 0, not_a_frame_name = 3 };
+    // What get_frame_range came to; the numbers are the codes it has always had.
+    enum class [[nodiscard]] frame_scan { found = 0, none_found = 1, unreadable = 3 };
 
     // The class has no state; the destructor is its only virtual operation.
     virtual ~kel_utils() {}
@@ -54,9 +60,10 @@ public:
     static std::string strip_extension(const std::string& name);
     // Splits a frame name of naming style `style` into its base (256-byte
     // buffer), frame digits (16-byte buffer) and extension with its dot
-    // (256-byte buffer), and sets the digit count: 0 done, 3 not a frame name.
-    static int split_frame_name(const char* name, int style, char* base, char* frame,
-                                char* extension, uint16_t* digit_count);
+    // (256-byte buffer), and sets the digit count: split (0), or
+    // not_a_frame_name (3).
+    static name_split split_frame_name(const char* name, int style, char* base, char* frame,
+                                       char* extension, uint16_t* digit_count);
     // Writes `text` (UTF-8) into `out` as UTF-8 with its first 256 units kept
     // and every character unsafe in a file name replaced by "_"; returns `out`,
     // left empty when the whole result does not fit.
@@ -70,9 +77,10 @@ public:
                            const char* folder);
     // Writes the range "first-last" of the frames of base/extension/style found
     // in `folder` into `out`, appending at most `limit` characters (so `out`
-    // needs limit + 1 bytes): 0 found, 1 no frame found, 3 folder not readable.
-    static int get_frame_range(const char* folder, const char* base, const char* extension,
-                               int style, char* out, size_t limit);
+    // needs limit + 1 bytes): found (0), none_found (1) when no frame was
+    // found, unreadable (3) when the folder cannot be read.
+    static frame_scan get_frame_range(const char* folder, const char* base, const char* extension,
+                                      int style, char* out, size_t limit);
 
     // Release function for lists of frame ranges: frees the record.
     static void release_range(kel_fileRange_t* range);

@@ -19,7 +19,7 @@ const std::string longest = std::string(32767 - 9, 'a') + " 0001.dpx", too_long 
 std::string split(const std::string& name, int style) {
     std::string base(264, 'Z'), frame(24, 'Z'), ext(264, 'Z');
     uint16_t digits = 99;
-    int result = kel_utils::split_frame_name(name.c_str(), style, &base[0], &frame[0], &ext[0], &digits);
+    const int result = int(kel_utils::split_frame_name(name.c_str(), style, &base[0], &frame[0], &ext[0], &digits));
     EXPECT_EQ(base.substr(256) + frame.substr(16) + ext.substr(256) + std::to_string(digits),
               std::string(24, 'Z') + std::to_string(std::string(frame.c_str()).size())) << name;
     return result ? std::to_string(result) : std::string(base.c_str()) + "|" + frame.c_str() + "|" + ext.c_str();
@@ -64,7 +64,7 @@ TEST(KelUtils, TakesNamesApartAndSanitizesThem) {
 // paths find_files reports under a folder (with a type list when `typed`), relative to it, sorted.
 std::string range(const std::string& folder, int style, size_t limit = 64) {
     char out[80] = "stale";
-    int result = kel_utils::get_frame_range(folder.c_str(), "ab", ".x", style, limit ? out : nullptr, limit);
+    const int result = int(kel_utils::get_frame_range(folder.c_str(), "ab", ".x", style, limit ? out : nullptr, limit));
     return std::to_string(result) + ":" + out + " ";
 }
 std::string find(const std::string& folder, const char* prefix, bool typed = false) {
