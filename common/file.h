@@ -14,7 +14,9 @@
 namespace common {
 
 // What file::create_directory came to; the numbers are the codes it has always had.
+// clang-format off
 enum class [[nodiscard]] directory_result { made = 0, failed = 1, already_there = 2 };
+// clang-format on
 
 // A path object; it holds no descriptor between calls. Every operation on an
 // empty path does nothing and returns ok (made), 0, false or its buffer.
@@ -73,8 +75,8 @@ public:
     // Gives the name the extension `ext` (without its dot), replacing the old
     // one when `replace` is non-zero. True when the path changed.
     bool change_extension(const char* ext, int replace);
-    // Copies the path converted to `form`; unconvertible text is copied as it is.
-    char* text_in_form(int form, char* buf, int len) const;
+    // Copies the path converted to form `wanted`; unconvertible text is copied as it is.
+    char* text_in_form(int wanted, char* buf, int len) const;
 
     // The path's status-change time in seconds; 0xFFFFFFFF when stat fails.
     uint32_t change_time();

@@ -96,8 +96,7 @@ bool is_unsafe(unsigned short unit) {
 bool has_prefix(const char* name, const char* prefix) {
     if (!prefix) return true;
     for (size_t i = 0; prefix[i]; ++i)
-        if (std::tolower(static_cast<unsigned char>(name[i])) !=
-            std::tolower(static_cast<unsigned char>(prefix[i])))
+        if (std::tolower(static_cast<unsigned char>(name[i])) != std::tolower(static_cast<unsigned char>(prefix[i])))
             return false;
     return true;
 }
@@ -116,8 +115,7 @@ bool is_directory(DIR* dir, const struct dirent* entry) {
     if (entry->d_type != DT_UNKNOWN) return entry->d_type == DT_DIR;
 #endif
     struct stat st;
-    return ::fstatat(::dirfd(dir), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
-           S_ISDIR(st.st_mode);
+    return ::fstatat(::dirfd(dir), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
 }
 
 // The buffer of sanitize_name for standard strings. Deliberately never freed,
@@ -246,8 +244,8 @@ std::string kel_utils::strip_extension(const std::string& name) {
     return name.substr(0, dot);
 }
 
-kel_utils::name_split kel_utils::split_frame_name(const char* name, int style, char* base, char* frame,
-                                                  char* extension, uint16_t* digit_count) {
+kel_utils::name_split kel_utils::split_frame_name(const char* name, int style, char* base, char* frame, char* extension,
+                                                  uint16_t* digit_count) {
     if (!base || !frame || !extension || !digit_count) return name_split::not_a_frame_name;
     base[0] = frame[0] = extension[0] = 0;
     *digit_count = 0;
@@ -305,8 +303,7 @@ std::string kel_utils::sanitize_name(const std::string& text) {
     return std::string(sanitize_name(buffer, size, text.c_str()));
 }
 
-bool kel_utils::find_files(common::stack<kel_fileResult_t*>& results, kel_fileQuery_t query,
-                           const char* folder) {
+bool kel_utils::find_files(common::stack<kel_fileResult_t*>& results, kel_fileQuery_t query, const char* folder) {
     // A longer folder could not be stored whole in a result record.
     if (!folder || strnlen(folder, sizeof(kel_fileResult_t::folder)) >= sizeof(kel_fileResult_t::folder))
         return results.size() > 0;
@@ -342,8 +339,8 @@ bool kel_utils::find_files(common::stack<kel_fileResult_t*>& results, kel_fileQu
     return results.size() > 0;
 }
 
-kel_utils::frame_scan kel_utils::get_frame_range(const char* folder, const char* base, const char* extension,
-                                                 int style, char* out, size_t limit) {
+kel_utils::frame_scan kel_utils::get_frame_range(const char* folder, const char* base, const char* extension, int style,
+                                                 char* out, size_t limit) {
     common::stack<kel_fileRange_t*> ranges(release_range);
     kel_fileRange_t* range = add_range(ranges);
     common::file path(folder);

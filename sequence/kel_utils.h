@@ -19,9 +19,9 @@ static_assert(sizeof(kel_fileResult_t) == 1280, "a result record is 1280 bytes")
 
 // What kel_utils::find_files looks for; copied into every recursion.
 struct kel_fileQuery_t {
-    const char* prefix = nullptr;      // name prefix, matched ignoring ASCII case; null matches all
-    const uint32_t* types = nullptr;   // four-character file type codes; null for any type
-    int32_t type_count = 0;            // number of codes at `types`; 0 for any type
+    const char* prefix = nullptr;     // name prefix, matched ignoring ASCII case; null matches all
+    const uint32_t* types = nullptr;  // four-character file type codes; null for any type
+    int32_t type_count = 0;           // number of codes at `types`; 0 for any type
 };
 
 // Static operations on numbered frame file names such as shot.0001.dpx
@@ -38,9 +38,13 @@ public:
     static constexpr int32_t max_sanitized_units = 256;
 
     // What split_frame_name came to; the numbers are the codes it has always had.
+    // clang-format off
     enum class [[nodiscard]] name_split { split = 0, not_a_frame_name = 3 };
+    // clang-format on
     // What get_frame_range came to; the numbers are the codes it has always had.
+    // clang-format off
     enum class [[nodiscard]] frame_scan { found = 0, none_found = 1, unreadable = 3 };
+    // clang-format on
 
     // The class has no state; the destructor is its only virtual operation.
     virtual ~kel_utils() {}
@@ -62,8 +66,8 @@ public:
     // buffer), frame digits (16-byte buffer) and extension with its dot
     // (256-byte buffer), and sets the digit count: split (0), or
     // not_a_frame_name (3).
-    static name_split split_frame_name(const char* name, int style, char* base, char* frame,
-                                       char* extension, uint16_t* digit_count);
+    static name_split split_frame_name(const char* name, int style, char* base, char* frame, char* extension,
+                                       uint16_t* digit_count);
     // Writes `text` (UTF-8) into `out` as UTF-8 with its first 256 units kept
     // and every character unsafe in a file name replaced by "_"; returns `out`,
     // left empty when the whole result does not fit.
@@ -73,14 +77,13 @@ public:
     // Searches `folder` (ending in "/") and below for entries whose names start
     // with the query's prefix, appending a record for each to `results` and
     // stopping soon after the first hit; true when `results` is not empty.
-    static bool find_files(common::stack<kel_fileResult_t*>& results, kel_fileQuery_t query,
-                           const char* folder);
+    static bool find_files(common::stack<kel_fileResult_t*>& results, kel_fileQuery_t query, const char* folder);
     // Writes the range "first-last" of the frames of base/extension/style found
     // in `folder` into `out`, appending at most `limit` characters (so `out`
     // needs limit + 1 bytes): found (0), none_found (1) when no frame was
     // found, unreadable (3) when the folder cannot be read.
-    static frame_scan get_frame_range(const char* folder, const char* base, const char* extension,
-                                      int style, char* out, size_t limit);
+    static frame_scan get_frame_range(const char* folder, const char* base, const char* extension, int style, char* out,
+                                      size_t limit);
 
     // Release function for lists of frame ranges: frees the record.
     static void release_range(kel_fileRange_t* range);
