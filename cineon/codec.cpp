@@ -43,10 +43,10 @@ void cineon::copy_description(const cineon& from) {
     fd = own;
 }
 
-bool cineon::image_bytes(uint64_t& bytes) const {
+codec_result cineon::image_bytes(uint64_t& bytes) const {
     uint64_t per_pixel = (!expand_to_10bit && channels == 3 && bit_depth == 8) ? 3 : 4;
     uint64_t pixels = uint64_t(width) * uint64_t(height);
-    return !__builtin_mul_overflow(pixels, per_pixel, &bytes);
+    return __builtin_mul_overflow(pixels, per_pixel, &bytes) ? codec_result::unsupported : codec_result::ok;
 }
 
 cineonreader::cineonreader() {

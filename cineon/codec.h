@@ -43,9 +43,9 @@ public:
     // Copies every description field of `from` except `fd`.
     void copy_description(const cineon& from);
     // Bytes of image data the description calls for: width x height x 4, or
-    // x 3 for 3-channel 8-bit data read without expansion. False when the
-    // product does not fit in 64 bits.
-    bool image_bytes(uint64_t& bytes) const;
+    // x 3 for 3-channel 8-bit data read without expansion: ok, or
+    // unsupported when the product does not fit in 64 bits.
+    codec_result image_bytes(uint64_t& bytes) const;
 
     uint32_t width = 0;            // pixels per line
     uint32_t height = 0;           // lines

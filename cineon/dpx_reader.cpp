@@ -105,7 +105,7 @@ codec_result smptedpx_reader::read_header() {
 codec_result smptedpx_reader::read_image(void* buf, uint64_t size) {
     if (!buf || size == 0) return codec_result::bad_argument;
     uint64_t required = 0;
-    if (!image_bytes(required) || size < required) return codec_result::bad_argument;
+    if (image_bytes(required) != codec_result::ok || size < required) return codec_result::bad_argument;
     if (fd < 0) return codec_result::not_open;
 
     if (!expand_to_10bit || (!packed && bit_depth == 10)) {

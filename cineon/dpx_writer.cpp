@@ -55,7 +55,7 @@ codec_result smptedpx_writer::write_header() {
 
     h.image_offset = data_offset;
     uint64_t image = 0;
-    if (!image_bytes(image) || image > 0xFFFFFFFFu || uint64_t(data_offset) + image > 0xFFFFFFFFu)
+    if (image_bytes(image) != codec_result::ok || image > 0xFFFFFFFFu || uint64_t(data_offset) + image > 0xFFFFFFFFu)
         return codec_result::unsupported;
     h.file_size = uint32_t(data_offset + image);
     h.user_size = data_offset > codec_header_size ? data_offset - codec_header_size : 0;

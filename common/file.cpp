@@ -27,17 +27,17 @@ bool inside(const char* text, const char* begin, const char* end) {
     return le(begin, text) && le(text, end);
 }
 
-// Converts `text` from one path form to another into `out`; false when the
-// text cannot be converted. Forms 0 to 2 all hold UTF-8 here.
-bool form_text(int from, int to, const char* text, stream& out) {
-    if (from < 0 || from > 3 || to < 0 || to > 3) return false;
+// Converts `text` from one path form to another into `out`; refused when
+// the text cannot be converted. Forms 0 to 2 all hold UTF-8 here.
+conversion form_text(int from, int to, const char* text, stream& out) {
+    if (from < 0 || from > 3 || to < 0 || to > 3) return conversion::refused;
     if ((from == file::url) == (to == file::url)) {
         out.assign(text);
-        return true;
+        return conversion::done;
     }
     if (to == file::url) {
         path_to_url(text, out);
-        return true;
+        return conversion::done;
     }
     return url_to_path(text, out);
 }
@@ -183,7 +183,7 @@ void file::replace_last(int new_form, const char* text) {
 void file::convert_to(int new_form) {
     if (!data || new_form == form || new_form < system_path || new_form > url) return;
     stream converted;
-    if (!form_text(form, new_form, data, converted)) {
+    if (form_text(form, new_form, data, converted) != conversion::done) {
         release();
         form = new_form;
         return;
@@ -261,7 +261,7 @@ char* file::text_in_form(int wanted, char* buf, int len) const {
     buf[0] = 0;
     if (!data) return buf;
     stream converted;
-    if (wanted == form || !form_text(form, wanted, data, converted)) {
+    if (wanted == form || form_text(form, wanted, data, converted) != conversion::done) {
         copy_out(buf, len, data, size_t(size - 1));
         return buf;
     }

@@ -61,9 +61,9 @@ void path_to_url(const char* path, stream& out) {
     }
 }
 
-bool url_to_path(const char* url, stream& out) {
+conversion url_to_path(const char* url, stream& out) {
     const char* p = path_part(url);
-    if (!p) return false;
+    if (!p) return conversion::refused;
     out.clear();
     for (; *p && *p != '?' && *p != '#'; ++p) {
         if (*p != '%') {
@@ -72,11 +72,11 @@ bool url_to_path(const char* url, stream& out) {
         }
         int high = hex_value(p[1]);
         int low = high < 0 ? -1 : hex_value(p[2]);
-        if (low < 0 || (high == 0 && low == 0)) return false;
+        if (low < 0 || (high == 0 && low == 0)) return conversion::refused;
         out.append(char(high * 16 + low));
         p += 2;
     }
-    return out.size > 0;
+    return out.size > 0 ? conversion::done : conversion::refused;
 }
 
 }  // namespace common

@@ -84,7 +84,7 @@ int read_every_way(const uint8_t* data, size_t size, bool dpx) {
             uint64_t wanted = 0;
             reader->expand_to_10bit = expand;
             // A buffer as large as the description asks, when the file could fill it.
-            if (!reader->image_bytes(wanted) || wanted > (size / 3 + 1) * 4) continue;
+            if (reader->image_bytes(wanted) != codec_result::ok || wanted > (size / 3 + 1) * 4) continue;
             std::vector<uint8_t> buffer(std::max<uint64_t>(wanted, 16));
             const codec_result r = reader->read_image(buffer.data(), buffer.size());
             check(r == codec_result::ok || r == codec_result::unsupported || r == codec_result::io, "unexpected read_image result");
