@@ -135,8 +135,6 @@ io_result remove_entry(file& entry) {
     return remove_file(entry.c_str());
 }
 
-io_result result_of(bool ok) { return ok ? io_result::ok : io_result::failed; }
-
 }  // namespace
 
 uint32_t file::change_time() {

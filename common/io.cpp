@@ -17,12 +17,12 @@
 
 namespace common {
 
+io_result result_of(bool ok) { return ok ? io_result::ok : io_result::failed; }
+
 namespace {
 
 // Largest request handed to one read, write or copy call.
 constexpr uint64_t kMaxRequest = uint64_t(1) << 30;
-
-io_result result_of(bool ok) { return ok ? io_result::ok : io_result::failed; }
 
 bool fits_offset(uint64_t offset, uint64_t size) {
     return offset <= uint64_t(LLONG_MAX) && size <= uint64_t(LLONG_MAX) - offset;

@@ -18,6 +18,9 @@ namespace common {
 enum class [[nodiscard]] io_result { ok, failed };
 // clang-format on
 
+// ok when `ok`, else failed: a system call's success as a result.
+io_result result_of(bool ok);
+
 // Owns one open file descriptor and closes it when it goes.
 class descriptor {
 public:
