@@ -103,7 +103,7 @@ private:
     [[nodiscard]] bool needs_settings() const;
     [[nodiscard]] bool copy_unchanged();
     [[nodiscard]] bool open_output();
-    copy_status copy_image(uint64_t size, uint64_t to);
+    copy_status copy_image(uint64_t size);
     void fail(const char* message, int failures = 1);
 
     const common::file& input_;
@@ -115,6 +115,8 @@ private:
     bool in_place_ = false;     // the target is the input itself
     bool swap_ = false;         // the frame is in the other byte order
     bool settings_ = false;     // the run's settings differ from the frame's
+    uint64_t from_ = 0;         // where the image starts in the input
+    uint64_t to_ = 0;           // where it starts in the output: the run's offset when settings are rewritten
     bool interrupted_ = false;  // an interruption stopped the job
     common::private_file out_;  // the converted frame while it is written
 };
@@ -179,6 +181,8 @@ bool job::check_depth() {
 bool job::plan_output() {
     swap_ = reader_->swap_bytes != 0;
     settings_ = needs_settings();
+    from_ = reader_->data_offset;
+    to_ = settings_ ? uint32_t(g_byteOffset) : from_;
     if (g_outputDir.size > 0) {
         char name[256];
         input_.name(name, sizeof name);
@@ -209,13 +213,11 @@ bool job::needs_settings() const {
 bool job::swap_pass() {
     if (!swap_ && !settings_) return copy_unchanged();
     uint64_t file = 0;
-    const uint64_t source = reader_->data_offset;
-    const uint64_t target = settings_ ? uint32_t(g_byteOffset) : source;
     const uint64_t declared = declared_image_size(*reader_, header_);
     // A header that declares no image, or more than the file holds from the
     // offset on, is a damaged frame: it is not converted.
-    if (common::size_of(reader_->fd, file) != common::io_result::ok || source > file || declared == 0 ||
-        declared > file - source) {
+    if (common::size_of(reader_->fd, file) != common::io_result::ok || from_ > file || declared == 0 ||
+        declared > file - from_) {
         fail(kReadFailed);
         return false;
     }
@@ -226,14 +228,11 @@ bool job::swap_pass() {
         return false;
     }
     // A short settings-pass write counts twice, as it always has.
-    const int failures = settings_ && !(swap_ && target == source) ? 2 : 1;
-    switch (copy_image(file - source, target)) {
+    const int failures = settings_ && !(swap_ && to_ == from_) ? 2 : 1;
+    switch (copy_image(file - from_)) {
         case copy_status::read_failed: fail(kReadFailed); return false;
         case copy_status::write_failed: fail(kImageWriteFailed, failures); return false;
-        case copy_status::interrupted:
-            interrupted_ = true;
-            out_.discard();
-            return false;
+        case copy_status::interrupted: interrupted_ = true; return false;
         case copy_status::ok: return true;
     }
     return false;
@@ -246,8 +245,6 @@ bool job::swap_pass() {
 bool job::settings_pass() {
     if (!swap_ && !settings_) return true;
     auto& element = header_.image_element[0];
-    const uint64_t source = reader_->data_offset;
-    const uint64_t target = settings_ ? uint32_t(g_byteOffset) : source;
     if (settings_) {
         header_.image_offset = uint32_t(g_byteOffset);
         element.data_offset = uint32_t(g_byteOffset);
@@ -257,8 +254,8 @@ bool job::settings_pass() {
         element.packing = 1;
     }
     uint8_t* bytes = reinterpret_cast<uint8_t*>(&header_);
-    if (source < sizeof header_) std::memset(bytes + source, 0, sizeof header_ - source);
-    const uint64_t header_bytes = std::min<uint64_t>(sizeof header_, target);
+    if (from_ < sizeof header_) std::memset(bytes + from_, 0, sizeof header_ - from_);
+    const uint64_t header_bytes = std::min<uint64_t>(sizeof header_, to_);
     if (common::write_at(out_.get(), bytes, header_bytes, 0) == common::io_result::ok) return true;
     fail(kHeaderWriteFailed);
     return false;
@@ -290,16 +287,15 @@ bool job::open_output() {
     return out_.create(common::folder_of(target_), in_place_ ? 0600 : mode) == common::io_result::ok;
 }
 
-copy_status job::copy_image(uint64_t size, uint64_t to) {
-    const uint64_t source = reader_->data_offset;
+copy_status job::copy_image(uint64_t size) {
     // Bytes already in host order are copied by the kernel, not through here,
     // a chunk at a time so that write-back can start as for converted chunks.
     for (uint64_t at = 0; !swap_ && at < size; at += kChunkBytes) {
         if (interrupted()) return copy_status::interrupted;
         const uint64_t n = std::min(kChunkBytes, size - at);
-        if (common::copy_range(reader_->fd, source + at, out_.get(), to + at, n) != common::io_result::ok)
+        if (common::copy_range(reader_->fd, from_ + at, out_.get(), to_ + at, n) != common::io_result::ok)
             return copy_status::write_failed;
-        if (in_place_) sync_file_range(out_.get(), off64_t(to + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
+        if (in_place_) sync_file_range(out_.get(), off64_t(to_ + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
     }
     if (!swap_) return copy_status::ok;
     const uint64_t chunk = std::min(size, kChunkBytes);
@@ -308,15 +304,15 @@ copy_status job::copy_image(uint64_t size, uint64_t to) {
     for (uint64_t at = 0; at < size; at += chunk) {
         if (interrupted()) return copy_status::interrupted;
         const uint64_t n = std::min(chunk, size - at);
-        if (reader_->read_at(data.get(), source + at, n) != codec_result::ok) return copy_status::read_failed;
+        if (reader_->read_at(data.get(), from_ + at, n) != codec_result::ok) return copy_status::read_failed;
         // Whole words are reversed; a tail of one to three bytes stays as it is.
         reverse_words(data.get(), n);
-        if (common::write_at(out_.get(), data.get(), n, to + at) != common::io_result::ok)
+        if (common::write_at(out_.get(), data.get(), n, to_ + at) != common::io_result::ok)
             return copy_status::write_failed;
         // A frame that replaces its original is flushed before the rename:
         // starting its write-back now lets the disk work while the rest of
         // the frame is converted, so the flush has little left to wait for.
-        if (in_place_) sync_file_range(out_.get(), off64_t(to + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
+        if (in_place_) sync_file_range(out_.get(), off64_t(to_ + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
     }
     return copy_status::ok;
 }
