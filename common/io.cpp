@@ -1,18 +1,23 @@
 #include "common/io.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
+#include <strings.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <set>
 #include <vector>
 
 namespace common {
@@ -28,17 +33,57 @@ bool fits_offset(uint64_t offset, uint64_t size) {
     return offset <= uint64_t(LLONG_MAX) && size <= uint64_t(LLONG_MAX) - offset;
 }
 
+// This machine's name as it stands in private files' names: letters, digits
+// and '.' kept, anything else (a '-' included, which separates the fields)
+// made '_', so a name from another machine can never read as one of ours.
+const std::string& host_tag() {
+    static const std::string tag = [] {
+        char host[256] = {};
+        if (::gethostname(host, sizeof host - 1) != 0 || !host[0]) std::strcpy(host, "localhost");
+        std::string t = host;
+        for (char& c : t)
+            if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.') c = '_';
+        return t;
+    }();
+    return tag;
+}
+
 // A hidden name in `folder` that no other process or earlier call of this
-// one has used: the process id, a counter and the clock.
+// one has used: this machine's name, the process id, a counter and the
+// clock, as in .tarvex-render1-4242-0-1f2e3d.tmp.
 std::string fresh_hidden_name(const std::string& folder) {
     static std::atomic<unsigned> counter{0};
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    char name[96];
-    std::snprintf(name, sizeof name, ".tarvex-%ld-%u-%lx.tmp", long(getpid()), counter++,
+    char name[384];
+    std::snprintf(name, sizeof name, ".tarvex-%s-%ld-%u-%lx.tmp", host_tag().c_str(), long(getpid()), counter++,
                   static_cast<unsigned long>(now.tv_nsec) ^ static_cast<unsigned long>(now.tv_sec));
     return folder + name;
 }
+
+// Steps over the digits (hexadecimal ones with `hex`) at `p`; false when there are none.
+bool skip_digits(const char*& p, bool hex) {
+    const char* start = p;
+    while (hex ? std::isxdigit(static_cast<unsigned char>(*p)) : std::isdigit(static_cast<unsigned char>(*p))) ++p;
+    return p != start;
+}
+
+// The process id in `name` when it is a private file's name that this
+// machine gave (exactly pid-counter-stamp.tmp after the prefix: a name with
+// more fields came from a machine whose name begins like this one's); 0 when
+// it is not.
+long private_file_owner(const char* name) {
+    const std::string prefix = ".tarvex-" + host_tag() + "-";
+    if (std::strncmp(name, prefix.c_str(), prefix.size()) != 0) return 0;
+    const char* p = name + prefix.size();
+    const long pid = std::strtol(p, nullptr, 10);
+    const bool ours = skip_digits(p, false) && *p++ == '-' && skip_digits(p, false) && *p++ == '-' &&
+                      skip_digits(p, true) && std::strcmp(p, ".tmp") == 0;
+    return ours && pid > 0 && pid <= INT_MAX ? pid : 0;
+}
+
+// True when no process `pid` runs on this machine.
+bool process_gone(long pid) { return ::kill(pid_t(pid), 0) != 0 && errno == ESRCH; }
 
 }  // namespace
 
@@ -187,27 +232,76 @@ io_result remove_file(const char* path) { return result_of(path && ::remove(path
 
 io_result rename_file(const char* from, const char* to) { return result_of(from && to && ::rename(from, to) == 0); }
 
+namespace {
+
+// True when the call that just failed answered that the file system has no
+// such operation.
+bool unsupported(int error) { return error == ENOTSUP || error == EOPNOTSUPP || error == ENOSYS; }
+
+// True when the folder of `path` holds an entry named exactly as its last
+// component: a case-insensitive file system answers for every case variant.
+bool folder_holds(const char* path) {
+    const std::string text = path, folder = folder_of(text), name = text.substr(folder.size());
+    DIR* dir = ::opendir(folder.empty() ? "." : folder.c_str());
+    if (!dir) return false;
+    bool found = false;
+    while (const dirent* entry = ::readdir(dir)) found = found || name == entry->d_name;
+    ::closedir(dir);
+    return found;
+}
+
+// `to` was reported taken. Where names are case-insensitive that can be
+// `from` itself under another case (scan.CIN to scan.cin): then the rename
+// only changes the case. Inode numbers cannot tell (a FUSE file system may
+// give a file a new one at each lookup), so the name counts as taken unless
+// the two differ only in case and the folder holds no entry of exactly that
+// name; after the rename it must hold one (some file systems take a
+// case-only rename as a rename onto itself and do nothing).
+io_result rename_case_only(const char* from, const char* to) {
+    if (strcasecmp(from, to) != 0 || std::strcmp(from, to) == 0 || folder_holds(to)) return io_result::failed;
+    return result_of(::rename(from, to) == 0 && folder_holds(to));
+}
+
+}  // namespace
+
 io_result rename_no_replace(const char* from, const char* to) {
     if (!from || !to) return io_result::failed;
     if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return io_result::ok;
-    if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return io_result::failed;
-    // link refuses an existing name just as the rename would.
-    if (::link(from, to) != 0) return io_result::failed;
-    if (::unlink(from) == 0) return io_result::ok;
+    if (errno == EEXIST) return rename_case_only(from, to);
+    if (errno != EINVAL && !unsupported(errno)) return io_result::failed;
+    // No RENAME_NOREPLACE here (FUSE, NFS): a hard link refuses an existing
+    // name just as the rename would.
+    if (::link(from, to) == 0) {
+        if (::unlink(from) == 0) return io_result::ok;
+        (void)::unlink(to);
+        return io_result::failed;
+    }
+    if (errno == EEXIST) return rename_case_only(from, to);
+    if (errno != EPERM && !unsupported(errno)) return io_result::failed;
+    // No hard links either (exFAT): the name is claimed with an exclusive
+    // create, which never opens what is there, and the rename goes over the
+    // claim. A kill between the two leaves the claim, an empty file.
+    descriptor claim = open_file(to, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    if (!claim.valid()) return errno == EEXIST ? rename_case_only(from, to) : io_result::failed;
+    if (claim.close() == io_result::ok && ::rename(from, to) == 0) return io_result::ok;
     (void)::unlink(to);
     return io_result::failed;
 }
 
-io_result copy_metadata(int from, int to) {
-    struct stat st;
-    if (status_of(from, st) != io_result::ok) return io_result::failed;
-    // The owner first: changing it clears set-user and set-group bits, which
-    // the mode below then restores.
-    // As cp -p: a user who may not give the file away keeps it.
-    if (::fchown(to, st.st_uid, st.st_gid) != 0 && ::fchown(to, uid_t(-1), st.st_gid) != 0) errno = 0;
-    if (::fchmod(to, st.st_mode & 07777) != 0) return io_result::failed;
+namespace {
+
+// Copies the extended attributes (access control lists included) of `from`
+// to `to`. A file system that keeps none has none to copy, and attributes the
+// new file's file system cannot hold are left behind, as by cp -a. A listing
+// that fails with EIO is taken for a share that cannot list attributes at all
+// only when the new file beside answers the same; otherwise it is a read
+// error and the copy fails.
+io_result copy_attributes(int from, int to) {
     ssize_t length = ::flistxattr(from, nullptr, 0);
-    if (length < 0) return errno == ENOTSUP ? io_result::ok : io_result::failed;
+    if (length < 0) {
+        const bool none = unsupported(errno) || (errno == EIO && ::flistxattr(to, nullptr, 0) < 0 && errno == EIO);
+        return result_of(none);
+    }
     std::vector<char> names(size_t(length) + 1, '\0');
     length = ::flistxattr(from, names.data(), names.size());
     if (length < 0) return io_result::failed;
@@ -218,11 +312,40 @@ io_result copy_metadata(int from, int to) {
         value.resize(size_t(size) + 1);
         size = ::fgetxattr(from, name, value.data(), value.size());
         if (size < 0) return io_result::failed;
-        // Attributes this user or file system may not set are left behind, as by cp.
-        if (::fsetxattr(to, name, value.data(), size_t(size), 0) != 0 && errno != EPERM && errno != ENOTSUP)
+        if (::fsetxattr(to, name, value.data(), size_t(size), 0) != 0 && errno != EPERM && !unsupported(errno))
             return io_result::failed;
     }
     return io_result::ok;
+}
+
+}  // namespace
+
+io_result copy_metadata(int from, int to) {
+    struct stat st;
+    if (status_of(from, st) != io_result::ok) return io_result::failed;
+    // The owner first: changing it clears set-user and set-group bits, which
+    // the mode below then restores.
+    // As cp -p: a user who may not give the file away keeps it.
+    if (::fchown(to, st.st_uid, st.st_gid) != 0 && ::fchown(to, uid_t(-1), st.st_gid) != 0) errno = 0;
+    // The file's own creator may always set its mode, so EPERM comes from a
+    // file system that keeps no permission bits (exFAT, NTFS), as any other
+    // refusal to have the operation at all.
+    if (::fchmod(to, st.st_mode & 07777) != 0 && errno != EPERM && !unsupported(errno)) return io_result::failed;
+    return copy_attributes(from, to);
+}
+
+void sweep_private_files(const std::string& folder) {
+    // Once a run for each folder: a sequence's thousand frames share one.
+    static std::set<std::string> swept;
+    const std::string where = folder.empty() ? "." : folder;
+    if (!swept.insert(resolved_path(where)).second) return;
+    DIR* dir = ::opendir(where.c_str());
+    if (!dir) return;
+    while (const dirent* entry = ::readdir(dir)) {
+        const long pid = private_file_owner(entry->d_name);
+        if (pid && process_gone(pid)) (void)::unlinkat(::dirfd(dir), entry->d_name, 0);
+    }
+    ::closedir(dir);
 }
 
 std::string resolved_path(const std::string& path) {

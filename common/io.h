@@ -83,14 +83,21 @@ bool same_file(int fd, const char* path);
 io_result remove_file(const char* path);
 // Renames `from` to `to`, replacing `to`.
 io_result rename_file(const char* from, const char* to);
-// Renames `from` to `to` only when nothing is called `to` yet, atomically
-// (renameat2 with RENAME_NOREPLACE, or a link and an unlink where the file
-// system lacks it); failed when `to` exists or the rename failed.
+// Renames `from` to `to` only when nothing is called `to` yet: atomically
+// with renameat2's RENAME_NOREPLACE, else with a link and an unlink, else
+// (no hard links, as on exFAT) over an exclusively created claim of the name.
+// Where names are case-insensitive a rename that changes only the case works;
+// failed when `to` is taken or the rename failed.
 io_result rename_no_replace(const char* from, const char* to);
 // Gives the open file `to` the owner, group, permission bits and extended
 // attributes (access control lists included) of the open file `from`, as
-// `cp -p` does; an owner that cannot be given is skipped, as by cp.
+// `cp -a` does: an owner that cannot be given, and modes and attributes the
+// file system does not keep, are skipped; failed on any other error.
 io_result copy_metadata(int from, int to);
+// Removes the private files (below) in `folder` that processes of this
+// machine which no longer run left there, once a run for each folder; never
+// one of a live process or one made on another machine.
+void sweep_private_files(const std::string& folder);
 // The path with every symbolic link resolved; `path` itself when it cannot be.
 std::string resolved_path(const std::string& path);
 
@@ -101,8 +108,10 @@ std::string folder_of(const std::string& path);
 // A file only this process made, in a given folder, that becomes a real
 // name only when it is complete. Where the file system has O_TMPFILE it has
 // no name at all until then; elsewhere it is created exclusively under a
-// fresh hidden name (a leading "." and no ".dpx" ending, so a later `*.dpx`
-// never picks it up). Anything not committed is removed when the object goes.
+// fresh hidden name that carries this machine's name and the process id
+// (.tarvex-HOST-PID-N-STAMP.tmp: a leading "." and no ".dpx" ending, so a
+// later `*.dpx` never picks it up, and sweep_private_files can tell when its
+// maker is gone). Anything not committed is removed when the object goes.
 class private_file {
 public:
     private_file() = default;

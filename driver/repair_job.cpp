@@ -188,13 +188,18 @@ bool job::plan_output() {
         input_.name(name, sizeof name);
         target_ = std::string(g_outputDir.c_str()) + name;
         // An output folder that is the input's own folder converts in place.
-        in_place_ = common::same_file(reader_->fd, target_.c_str());
-        if (!in_place_) return true;
+        // The resolved paths tell it too where a FUSE file system gives the
+        // same file another inode number at the next lookup.
+        in_place_ = common::same_file(reader_->fd, target_.c_str()) ||
+                    common::resolved_path(target_) == common::resolved_path(given_);
+        if (!in_place_) return common::sweep_private_files(common::folder_of(target_)), true;
     }
     // A frame given through a symbolic link is converted where the link
     // points; the link itself stays as it is.
     target_ = common::resolved_path(given_);
     in_place_ = true;
+    // What killed runs left in the folder goes before this run adds its own.
+    common::sweep_private_files(common::folder_of(target_));
     return swap_ || settings_;
 }
 
@@ -324,8 +329,10 @@ void job::fail(const char* message, int failures) {
 }
 
 bool job::completion() {
+    // The converted frame cannot take the original's place without its owner,
+    // mode and attributes.
     if (in_place_ && common::copy_metadata(reader_->fd, out_.get()) != common::io_result::ok) {
-        fail(kImageWriteFailed);
+        fail(kReplaceFailed);
         return false;
     }
     // Replacing the original: the converted frame reaches stable storage first,
@@ -335,7 +342,10 @@ bool job::completion() {
         return false;
     }
     // Past this point an interruption no longer stops the job: the frame is
-    // complete, and putting it in place is one rename.
+    // complete, and putting it in place is one rename. The input is read to
+    // its end and closed first, so a FUSE file system has no open file to
+    // hide under a .fuse_hidden name when the rename replaces it.
+    (void)reader_->close();
     if (out_.install(target_, in_place_) != common::io_result::ok) {
         fail(in_place_ ? kReplaceFailed : kImageWriteFailed);
         return false;
