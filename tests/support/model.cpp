@@ -72,6 +72,7 @@ job convert(const bytes& in, run& r, bool copy) {
         r.transfer = r.transfer == -1 ? transfer : r.transfer;
     }
     if (bits != 10) return fail(not_10bit);
+    j.works = true;
 
     // The reference values compare as the 16-bit numbers the report prints.
     const bool settings = int16_t(low) != r.low || int16_t(high) != r.high || transfer != r.transfer || packing != 1 ||

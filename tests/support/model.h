@@ -30,6 +30,7 @@ struct job {
     bool report = false;   // it printed the settings report
     bool renamed = false;  // a Cineon file: renamed to .cin when its name allows, never read
     bool written = false;  // `output` is written, and renamed over the input or into -c's folder
+    bool works = false;    // it got as far as its output: dead runs' files go from the folder it writes in
     testdata::bytes output;
 };
 
