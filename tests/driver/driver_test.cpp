@@ -50,6 +50,10 @@ TEST(EndToEnd, EachCaseMatchesTheModelTwice) {
         if (!std::regex_match(line, row, columns)) continue;
         SCOPED_TRACE("tarvex " + row.str(1));
         testrun::scratch_dir dir;
+        ++cases;
+        // A folder made read-only must stop user 65534, which takes permission bits.
+        using testrun::fs_trait;
+        if (row.str(5) == "read-only" && !testrun::keeps(dir.path(), fs_trait::modes, "tarvex " + row.str(1))) continue;
         std::istringstream args(row.str(1)), files(row.str(2));
         testrun::run_options options{{std::istream_iterator<std::string>(args), {}}};
         for (std::string f; files >> f;) {  // ~dead~ and ~live~ name private files of such processes here
@@ -76,8 +80,10 @@ TEST(EndToEnd, EachCaseMatchesTheModelTwice) {
         for (std::string n; wanted.ignore(64, ':') && std::getline(wanted, n, ',');)
             EXPECT_NE(std::string::npos, out.find("\n" + lines.at(std::stoul(n)) + "\n")) << out;
         SCOPED_TRACE("again");
-        testrun::run_checked(dir, options, nullptr, forced);
-        ++cases;
+        // Where names ignore case, upper.CIN given again still names the file now called upper.cin.
+        if (row.str(1).find(".CIN") == std::string::npos ||
+            testrun::keeps(dir.path(), fs_trait::case_sensitive_names, "tarvex " + row.str(1) + ", again"))
+            testrun::run_checked(dir, options, nullptr, forced);
     }
     EXPECT_GE(cases, 76);
 }

@@ -62,12 +62,17 @@ private:
 
 std::string stdout_of(const std::function<void()>& body);  // what `body` writes to descriptor 1
 
+// What a file system may not keep (exFAT, NTFS, a share), found by trying it in a folder of it.
+enum class fs_trait { modes, groups, symlinks, hard_links, fifos, xattrs, case_sensitive_names, inode_numbers };
+// True when the file system of `folder` keeps `trait`; otherwise prints
+// "skipped here: `what`: this file system ..." and returns false.
+bool keeps(const std::string& folder, fs_trait trait, const std::string& what);
+
 // A file's bytes, and what a rewrite changes: its inode and time (0 for a folder).
 struct file_state {
     std::vector<uint8_t> data;
     uint64_t inode = 0;
     int64_t mtime_ns = 0;
-    bool operator==(const file_state& o) const { return data == o.data && inode == o.inode && mtime_ns == o.mtime_ns; }
 };
 
 // Runs tarvex in `dir` and checks the run against the model: the jobs the
