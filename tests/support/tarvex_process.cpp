@@ -185,8 +185,10 @@ bool keeps(const std::string& folder, fs_trait trait, const std::string& what) {
     char value[2] = {};
     bool kept = testdata::write_file(a, {1}) && !::stat(a.c_str(), &st);
     switch (trait) {
-    case fs_trait::modes: kept = kept && !::chmod(a.c_str(), 0440) && !::stat(a.c_str(), &st) && (st.st_mode & 07777) == 0440; break;
-    case fs_trait::groups: kept = kept && !::chown(a.c_str(), 0, 100) && !::stat(a.c_str(), &st) && st.st_gid == 100; break;
+    case fs_trait::modes:
+        kept = kept && !::chmod(a.c_str(), 0440) && !::chown(a.c_str(), 0, 100) && !::stat(a.c_str(), &st) &&
+               (st.st_mode & 07777) == 0440 && st.st_gid == 100;
+        break;
     case fs_trait::symlinks: kept = kept && !::symlink(a.c_str(), b.c_str()) && ::readlink(b.c_str(), value, 1) == 1; break;
     case fs_trait::hard_links: kept = kept && !::link(a.c_str(), b.c_str()); break;
     case fs_trait::fifos: kept = kept && !::mkfifo(b.c_str(), 0644) && !::lstat(b.c_str(), &st) && S_ISFIFO(st.st_mode); break;
@@ -199,7 +201,7 @@ bool keeps(const std::string& folder, fs_trait trait, const std::string& what) {
         kept = kept && !::rename(a.c_str(), b.c_str()) && !::stat(b.c_str(), &other) && other.st_ino == st.st_ino;
     }
     ::unlink(a.c_str()), ::unlink(b.c_str());
-    static const char* const lacks[] = {"keeps no permission bits", "keeps no owner or group", "has no symbolic links",
+    static const char* const lacks[] = {"keeps no permission bits or groups", "has no symbolic links",
                                         "has no hard links", "has no FIFOs", "keeps no extended attributes",
                                         "has case-insensitive names", "shows a file under a new inode number after a rename or link"};
     if (!kept) std::printf("skipped here: %s: this file system %s\n", what.c_str(), lacks[int(trait)]);
