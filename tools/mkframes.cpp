@@ -87,7 +87,7 @@ void put_pixel(const options& o, std::vector<uint8_t>& data, uint64_t i, const u
         std::memcpy(p, &word, 4);
         return;
     }
-    for (int k = 0; k < 3; ++k) {
+    for (size_t k = 0; k < 3; ++k) {
         if (o.bits == 8) p[k] = uint8_t(rgb[k] >> 2);
         // 16-bit units in the file's byte order; 12-bit data keeps the low four bits zero.
         const uint16_t unit = uint16_t(rgb[k] << 6), stored = o.big_endian ? __builtin_bswap16(unit) : unit;
