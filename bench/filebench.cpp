@@ -265,7 +265,9 @@ int main(int argc, char** argv) {
                         sc.baseline.push_back(copy_flush_replace(files_in(base), flush_folder).seconds);
                         return;
                     }
-                    outcome o = run(concat({"cp", "-t", base}, src));
+                    // A real copy: where cp would share the blocks (a reflink on XFS or
+                    // Btrfs) it writes nothing, and tarvex must write every byte anew.
+                    outcome o = run(concat({"cp", "--reflink=never", "-t", base}, src));
                     double t = o.seconds;
                     if (sc.baseline_name == "cp + fdatasync") t += run(concat({"sync", "-d"}, files_in(base))).seconds;
                     sc.baseline.push_back(t);
