@@ -158,7 +158,7 @@ peer_decode() {
   if [ "$reader" = openimageio ]; then
     for f; do : >"$f.$reader"; done
     "$tool" --info --dumpdata "$@" 2>/dev/null | awk -v suffix=".$reader" '
-      /^[^ ]/ { if (out != "") close(out); out = $1 suffix; printf "" >out; next }
+      /^[^ ]/ { if (out != "") close(out); out = $0; sub(/ *: +[0-9]+ x +[0-9]+,.*$/, suffix, out); next }
       sub(/^ *Pixel \([0-9]*, [0-9]*\): /, "") { print >out }'
     return
   fi
@@ -186,20 +186,14 @@ peer_decode() {
     rm -rf "$frames"
     return
   fi
-  # The arguments that decode one frame into FILE.raw or FILE.pnm, in a call of its own or with others.
-  decode_args() {
-    case "$reader" in
-      imagemagick) echo "$1 -depth 16 -endian MSB -write ${raw[${type[$1]}]}:$1.raw +delete" ;;
-      graphicsmagick) echo "convert $1 -depth 16 ${pnm[${type[$1]}]}:$1.pnm" ;;
-    esac
-  }
+  # ImageMagick writes each frame's samples as it goes, the last one as its output.
   run_decode() {
-    local args=() more g
-    for g; do read -ra more <<<"$(decode_args "$g")" && args+=("${more[@]}"); done
-    "$tool" "${args[@]:0:${#args[@]}-3}" "${args[-2]}" >/dev/null 2>&1 # the last frame's -write is the output
+    local args=() g
+    for g; do args+=("$g" -depth 16 -endian MSB -write "${raw[${type[$g]}]}:$g.raw" +delete); done
+    "$tool" "${args[@]:0:${#args[@]}-3}" "${args[-2]}" >/dev/null 2>&1
   }
   if [ "$reader" = graphicsmagick ]; then
-    for f; do decode_args "$f"; done | "$tool" batch - >/dev/null 2>&1
+    for f; do echo "convert \"$f\" -depth 16 \"${pnm[${type[$f]}]}:$f.pnm\""; done | "$tool" batch - >/dev/null 2>&1
   else
     for ((i = 1; i <= $#; i += 6)); do
       run_decode "${@:i:6}" || for f in "${@:i:6}"; do run_decode "$f"; done
