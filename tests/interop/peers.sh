@@ -71,11 +71,13 @@ kind_spec() {
   return 1
 }
 
-# Tells whether a peer can be asked for a kind of frame at all (the byte
-# order and what it really writes are checked on the frame). FFmpeg takes the
-# kind from a pixel format: 8-bit RGB, RGBA and luma (little-endian only),
-# 10- and 12-bit RGB method A, 16-bit RGB, RGBA and luma. ImageMagick 6 has
-# no packing option; OpenImageIO has no 1-bit and no Cineon writer.
+# Tells whether a peer can be asked for a kind of frame at all; the byte
+# order and layout it really writes are checked on the frame (ImageMagick 6
+# writes big-endian whatever -endian says, FFmpeg 8-bit frames little-endian,
+# OpenImageIO 12-bit frames packed, GraphicsMagick 16 bits for 32). FFmpeg
+# takes the kind from a pixel format: 8-bit RGB, RGBA and luma, 10- and
+# 12-bit RGB method A, 16-bit RGB, RGBA and luma. ImageMagick 6 has no
+# packing option; OpenImageIO has no 1-bit and no Cineon writer.
 peer_writes() {
   case "$1:$2" in
     ffmpeg:rgb1 | ffmpeg:rgb10[pb] | ffmpeg:rgb12[pb] | ffmpeg:luma1[02] | ffmpeg:rgba1[02] | ffmpeg:rgb32 | \
@@ -84,16 +86,16 @@ peer_writes() {
 }
 
 # Writes frames with a peer, DIR/KIND-ORDER.dpx for each KIND:ORDER given
-# (ORDER little, host, or anything else for big-endian); fails when the
-# peer's command fails. FFmpeg
-# and OpenImageIO write them all in one command each, from one test pattern.
+# (ORDER little, or anything else for big-endian), each kind in both orders
+# from the same picture; fails when the peer's command fails. FFmpeg and
+# OpenImageIO write them all in one command each; ImageMagick draws a seeded
+# plasma, GraphicsMagick (whose plasma cannot be seeded) a swirled gradient.
 peer_write() {
   local peer=$1 dir=$2 tool spec kind order bits packing desc text args=() size="${FRAME_W}x${FRAME_H}"
   shift 2
   tool=$(peer_tool "$peer") || return 1
   for spec; do
     kind=${spec%:*} order=${spec#*:}
-    [ "$order" = host ] && order=$([ "$(host_dpx_magic)" = XPDS ] && echo little || echo big)
     read -r bits packing desc text <<<"$(kind_spec "$kind")"
     [ "$order" = little ] || order=big
     local out="$dir/$kind-${spec#*:}.dpx" e=${order:0:1}e endian=$([ "$order" = big ] && echo MSB || echo LSB)
