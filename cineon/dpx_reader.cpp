@@ -1,5 +1,6 @@
 #include "cineon/dpx_reader.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -45,6 +46,59 @@ codec_result smptedpx_reader::read_header_bytes(void* buf, uint32_t size) {
     return codec_result::ok;
 }
 
+uint32_t dpx_swap_unit(uint32_t bits, uint32_t packing) {
+    switch (bits) {
+        case 8: return 1;
+        case 1:
+        case 10:
+        case 32: return 4;
+        case 12: return packing == 0 ? 4 : packing <= 2 ? 2 : 0;
+        case 16: return 2;
+        case 64: return 8;
+        default: return 0;
+    }
+}
+
+uint32_t dpx_components(uint32_t descriptor) {
+    switch (descriptor) {
+        case 100: return 2;  // CbYCrY, 4:2:2
+        case 50:             // RGB
+        case 101:            // CbYaCrYa, 4:2:2:4: three on average
+        case 102: return 3;  // CbYCr, 4:4:4
+        case 51:             // RGBA
+        case 52:             // ABGR
+        case 103: return 4;  // CbYCrA
+        default: return descriptor >= 150 && descriptor <= 156 ? descriptor - 148 : 1;  // user-defined 2 to 8
+    }
+}
+
+uint64_t dpx_image_bytes(uint64_t pixels, uint32_t components, uint32_t bits, uint32_t packing) {
+    unsigned __int128 n = static_cast<unsigned __int128>(pixels) * components;
+    if (packing != 0 && bits == 10) n = (n + 2) / 3 * 4;
+    else if (packing != 0 && bits == 12) n *= 2;
+    else n = (n * bits + 7) / 8;
+    return n > UINT64_MAX ? UINT64_MAX : uint64_t(n);
+}
+
+codec_result smptedpx_reader::check_rgb(const SMPTE268M_ImageElement_t& e) {
+    if (e.packing == 2 || (bit_depth != 8 && bit_depth != 10)) return codec_result::bad_header;
+    if (descriptor == 50) channels = 3;
+    else if (descriptor == 51) channels = 4;
+    else return codec_result::bad_header;
+    packed = (e.packing == 0 || (channels == 3 && bit_depth == 8)) ? 1 : 0;
+    if (packed && bit_depth == 10) return codec_result::bad_header;
+    swap_unit = 4;
+    return codec_result::ok;
+}
+
+codec_result smptedpx_reader::check_any_depth(const SMPTE268M_ImageElement_t& e) {
+    swap_unit = dpx_swap_unit(bit_depth, e.packing);
+    if (swap_unit == 0) return codec_result::bad_header;
+    channels = uint16_t(dpx_components(descriptor));
+    packed = e.packing == 0 ? 1 : 0;
+    return codec_result::ok;
+}
+
 codec_result smptedpx_reader::read_header() {
     header_loaded = 0;
     SMPTE268M_Header_t h;
@@ -52,8 +106,7 @@ codec_result smptedpx_reader::read_header() {
     if (result != codec_result::ok) return result;
     const SMPTE268M_ImageElement_t& e = h.image_element[0];
 
-    if (h.encrypt_key != 0xFFFFFFFFu || h.element_number != 1 || e.packing == 2 || e.encoding != 0 ||
-        h.orientation >= 8)
+    if (h.encrypt_key != 0xFFFFFFFFu || h.element_number != 1 || e.encoding != 0 || h.orientation >= 8)
         return codec_result::bad_header;
     uint64_t bytes_in_file = 0;
     if (file_size(bytes_in_file) != codec_result::ok) return codec_result::io;
@@ -67,14 +120,9 @@ codec_result smptedpx_reader::read_header() {
     flip_y = flags[h.orientation][2];
 
     bit_depth = e.bit_size;
-    if (bit_depth != 8 && bit_depth != 10) return codec_result::bad_header;
     descriptor = e.descriptor;
-    if (descriptor == 50) channels = 3;
-    else if (descriptor == 51) channels = 4;
-    else return codec_result::bad_header;
-
-    packed = (e.packing == 0 || (channels == 3 && bit_depth == 8)) ? 1 : 0;
-    if (packed && bit_depth == 10) return codec_result::bad_header;
+    result = any_depth_ ? check_any_depth(e) : check_rgb(e);
+    if (result != codec_result::ok) return result;
 
     is_log = (e.transfer == 1 || e.transfer == 3) ? 1 : 0;
     data_offset = e.data_offset;
@@ -93,6 +141,13 @@ codec_result smptedpx_reader::read_header() {
     if (h.x_orig_size != 0 && h.x_orig_size != 0xFFFFFFFFu) width = h.x_orig_size;
     height = h.lines_per_element;
     if (h.y_orig_size != 0 && h.y_orig_size != 0xFFFFFFFFu) height = h.y_orig_size;
+    // The image must hold both; with 10-bit RGB filled by method A that is
+    // four bytes a pixel.
+    auto bytes = [&](uint64_t w, uint64_t l) {
+        const uint64_t pixels = w * l;  // two 32-bit numbers: no overflow
+        return dpx_image_bytes(pixels, any_depth_ ? channels : 3, bit_depth, any_depth_ ? e.packing : 1);
+    };
+    image_size = std::max(bytes(width, height), bytes(h.pixels_per_line, h.lines_per_element));
 
     time_code = h.time_code & 0x7F7F7F3Fu;
     if (usable_rate(h.frame_rate)) frame_rate = h.frame_rate;
@@ -111,7 +166,7 @@ codec_result smptedpx_reader::read_image(void* buf, uint64_t size) {
     if (!expand_to_10bit || (!packed && bit_depth == 10)) {
         codec_result result = read_exact(buf, data_offset, size);
         if (result != codec_result::ok) return result;
-        if (swap_bytes && size >= 4) reverse_words(buf, size);
+        if (swap_bytes) reverse_units(buf, size, swap_unit);
         return codec_result::ok;
     }
     if (bit_depth != 8) return codec_result::unsupported;

@@ -12,11 +12,12 @@
 
 namespace {
 
-// Builds a reader of type R into `slot` and hands it the open `file` with
-// its header read: ok, or io with the slot left null when the reader refuses it.
-template <class R>
-codec_result attach_reader(R*& slot, common::descriptor& file) {
-    slot = new R();
+// Builds a reader of type R from `args` into `slot` and hands it the open
+// `file` with its header read: ok, or io with the slot left null when the
+// reader refuses it.
+template <class R, class... Args>
+codec_result attach_reader(R*& slot, common::descriptor& file, Args... args) {
+    slot = new R(args...);
     if (slot->attach(file.release(), true) == codec_result::ok) return codec_result::ok;
     delete slot;
     slot = nullptr;
@@ -41,7 +42,7 @@ image_holder::~image_holder() {
     delete dpx_writer;
 }
 
-codec_result image_holder::load(const char* path) {
+codec_result image_holder::load(const char* path, bool any_depth) {
     // A holder reused for another file drops the reader of the previous one.
     delete cineon_reader;
     cineon_reader = nullptr;
@@ -60,6 +61,6 @@ codec_result image_holder::load(const char* path) {
     if (result != codec_result::ok) return result;
 
     if (magic == cineon_magic || magic == cineon_magic_swapped) return attach_reader(cineon_reader, file);
-    if (magic == dpx_magic || magic == dpx_magic_swapped) return attach_reader(dpx_reader, file);
+    if (magic == dpx_magic || magic == dpx_magic_swapped) return attach_reader(dpx_reader, file, any_depth);
     return codec_result::io;
 }

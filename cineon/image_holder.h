@@ -29,8 +29,10 @@ struct image_holder {
     // Opens the file once, builds the reader that its magic selects and
     // hands it that descriptor with its header read, so header and image come
     // from the same file whatever happens to the path meanwhile: ok, or io
-    // for an unreadable, unknown or refused file, after which every pointer is null.
-    codec_result load(const char* path);
+    // for an unreadable, unknown or refused file, after which every pointer is
+    // null. With `any_depth` a DPX file of any bit depth, packing and
+    // descriptor loads (see smptedpx_reader).
+    codec_result load(const char* path, bool any_depth = false);
 };
 
 // Reads the first four bytes of the open file `descriptor` into `magic`: ok or io.

@@ -1,6 +1,7 @@
 #include "driver/entry.h"
 
 #include <fcntl.h>
+#include <getopt.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -19,7 +20,7 @@
 #include "driver/repair_job.h"
 #include "driver/settings.h"
 
-const char kOptionString[] = "l:w:b:t:z:c:o:f";
+const char kOptionString[] = "l:w:b:t:z:c:o:fe:ah";
 const char kVersion[] = "v3.1 beta 1";
 
 namespace {
@@ -54,7 +55,33 @@ int32_t parse_offset(const char* value) {
     return *value ? int32_t(n) : 0;
 }
 
-// Applies one option; -z ends the process at once.
+// What -h and --help print.
+const char kUsage[] =
+    "usage: tarvex [options] FRAME...\n"
+    "       tarvex [options] -l LIST\n"
+    "Rewrites DPX frames in this machine's byte order, or the one -e names.\n"
+    "  -o OFFSET  image data offset for every frame: 2048 or more, or -1 for the first frame's\n"
+    "  -t CODE    transfer characteristic of element 0\n"
+    "  -w HIGH    reference high data code value of element 0\n"
+    "  -b LOW     reference low data code value of element 0\n"
+    "  -c DIR     write the frames into DIR under their names instead of replacing them\n"
+    "  -l LIST    take the frames from LIST, one path a line\n"
+    "  -e ORDER   byte order to write: host (the default), big or little\n"
+    "  -a         every bit depth, packing and descriptor, not only 10-bit RGB\n"
+    "  -f         accepted and ignored\n"
+    "  -z ANY     print the version and exit (also --version)\n"
+    "  -h         print this and exit (also --help)\n"
+    "See the manual page: man tarvex\n";
+
+// The byte order -e names; unknown for any other text.
+byte_order parse_order(const char* value) {
+    if (std::strcmp(value, "host") == 0) return byte_order::host;
+    if (std::strcmp(value, "big") == 0) return byte_order::big;
+    if (std::strcmp(value, "little") == 0) return byte_order::little;
+    return byte_order::unknown;
+}
+
+// Applies one option; -z and -h end the process at once.
 void handle_option(int option, const char* value) {
     switch (option) {
         case 'l':
@@ -69,7 +96,10 @@ void handle_option(int option, const char* value) {
             g_outputDir.assign(1, value);
             g_outputDir.add_separator(1);
             break;
+        case 'e': g_byteOrder = parse_order(value); break;
+        case 'a': g_allDepths = true; break;
         case 'z': common::console_out << kVersion << "\n"; std::exit(0);
+        case 'h': common::console_out << kUsage; std::exit(0);
         default: break;  // -f is accepted and has no effect
     }
 }
@@ -79,10 +109,20 @@ void handle_option(int option, const char* value) {
 enum class [[nodiscard]] options_result { ok, bad_option };
 // clang-format on
 
+// The only long options: --help is -h and --version is -z, each spelled out
+// in full (getopt_long would take any unambiguous start of them).
+const struct option kLongOptions[] = {
+    {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'z'}, {nullptr, 0, nullptr, 0}};
+
 // Runs getopt over the arguments, handing each option to `handler`.
 options_result parse_options(int argc, char** argv, void (*handler)(int, const char*)) {
-    int option;
-    while ((option = getopt(argc, argv, kOptionString)) != -1) {
+    int option, index = -1;
+    while ((option = getopt_long(argc, argv, kOptionString, kLongOptions, &index)) != -1) {
+        // An unknown or shortened long option is reported as before, by its first letter after the dash.
+        if ((index >= 0 && std::strcmp(argv[optind - 1] + 2, kLongOptions[index].name) != 0) ||
+            (option == '?' && optopt == 0))
+            option = '?', optopt = '-';
+        index = -1;
         // An empty output folder would quietly mean "in place".
         if (option == ':' || (option == 'c' && optarg && *optarg == '\0')) {
             common::console_out << "Option needs a value" << '\n';
@@ -94,7 +134,7 @@ options_result parse_options(int argc, char** argv, void (*handler)(int, const c
             common::console_out << text;
             return options_result::bad_option;
         }
-        if (handler) handler(option, optarg);
+        if (handler) handler(option, optarg ? optarg : "");
     }
     return options_result::ok;
 }
@@ -158,6 +198,11 @@ int tarvex_main(int argc, char** argv) {
     }
     if (!(g_byteOffset > 2047 || g_byteOffset == -1)) {
         printError(1, "Byte offset was set below the minimum requestable range of 2048 bytes.");
+        teardown_application_layer();
+        return 0;
+    }
+    if (g_byteOrder == byte_order::unknown) {
+        printError(1, "Byte order was set to something other than host, big or little.");
         teardown_application_layer();
         return 0;
     }

@@ -49,18 +49,6 @@ private:
     void* data_;
 };
 
-// The image data size the header declares: the larger of the reader's width
-// x height and the stored pixels-per-line x lines, four bytes a pixel. A
-// product beyond 64 bits gives the largest size, which no file can hold.
-uint64_t declared_image_size(const smptedpx_reader& reader, const SMPTE268M_Header_t& header) {
-    auto product = [](uint64_t a, uint64_t b) {
-        uint64_t n;
-        if (__builtin_mul_overflow(a, b, &n) || __builtin_mul_overflow(n, uint64_t(4), &n)) return UINT64_MAX;
-        return n;
-    };
-    return std::max(product(reader.width, reader.height), product(header.pixels_per_line, header.lines_per_element));
-}
-
 // The name a misnamed Cineon file is given: its extension replaced by
 // "cin", or ".cin" appended when it has none or only a frame number there
 // (scan.0001 becomes scan.0001.cin, so the frames of a sequence keep apart).
@@ -130,7 +118,7 @@ job_result job::run() {
 }
 
 bool job::load() {
-    if (holder_.load(input_.c_str()) != codec_result::ok) {
+    if (holder_.load(input_.c_str(), g_allDepths) != codec_result::ok) {
         fail(kLoadFailed);
         return false;
     }
@@ -170,7 +158,7 @@ bool job::report_settings() {
 }
 
 bool job::check_depth() {
-    if (reader_->bit_depth == 10) return true;
+    if (g_allDepths || reader_->bit_depth == 10) return true;
     fail(kNot10Bit);
     return false;
 }
@@ -179,7 +167,9 @@ bool job::check_depth() {
 // alone in place; into -c's folder it is copied as it is, so that folder
 // holds the whole sequence.
 bool job::plan_output() {
-    swap_ = reader_->swap_bytes != 0;
+    // The frame's order is the host's unless the reader swapped its header.
+    const bool big = host_is_big_endian != (reader_->swap_bytes != 0);
+    swap_ = big != target_is_big_endian();
     settings_ = needs_settings();
     from_ = reader_->data_offset;
     to_ = settings_ ? uint32_t(g_byteOffset) : from_;
@@ -207,18 +197,19 @@ bool job::needs_settings() const {
     const auto& element = header_.image_element[0];
     return int32_t(int16_t(reader_->ref_low)) != g_lowData || int32_t(int16_t(reader_->ref_high)) != g_highData ||
            int32_t(element.transfer) != g_transfer || header_.image_offset != uint32_t(g_byteOffset) ||
-           header_.image_offset != element.data_offset || element.packing != 1;
+           header_.image_offset != element.data_offset || (!g_allDepths && element.packing != 1);
 }
 
 // Writes the image into the output: from its offset to the end of the input
-// (so nothing the header does not count is lost), every whole word reversed
-// when the byte order changes, at the run's offset when the settings are
+// (so nothing the header does not count is lost), every whole unit (the
+// reader's: a 32-bit word for 10-bit data) reversed when the byte order
+// changes, at the run's offset when the settings are
 // rewritten. A frame that needs nothing is copied whole by the kernel (on
 // XFS and Btrfs by sharing its blocks).
 bool job::swap_pass() {
     if (!swap_ && !settings_) return copy_unchanged();
     uint64_t file = 0;
-    const uint64_t declared = declared_image_size(*reader_, header_);
+    const uint64_t declared = reader_->image_size;
     // A header that declares no image, or more than the file holds from the
     // offset on, is a damaged frame: it is not converted.
     if (common::size_of(reader_->fd, file) != common::io_result::ok || from_ > file || declared == 0 ||
@@ -243,7 +234,8 @@ bool job::swap_pass() {
     return false;
 }
 
-// Writes the header in host order, with the run's settings when they differ.
+// Writes the header in the run's byte order, with the run's settings when they
+// differ; with -a the packing stays as it is, as the descriptor always does.
 // Header bytes that were image data in the input (data starting inside the
 // 2048-byte header) are written as an unset header area, never as pixels;
 // no header byte goes where the image now starts.
@@ -256,8 +248,10 @@ bool job::settings_pass() {
         element.ref_low_data = uint32_t(g_lowData);
         element.ref_high_data = uint32_t(g_highData);
         element.transfer = uint8_t(g_transfer & 0xff);
-        element.packing = 1;
+        if (!g_allDepths) element.packing = 1;
     }
+    // The header copy is in host order; the run's order is chosen here alone.
+    if (target_is_big_endian() != host_is_big_endian) dpx_swap_header(header_);
     uint8_t* bytes = reinterpret_cast<uint8_t*>(&header_);
     if (from_ < sizeof header_) std::memset(bytes + from_, 0, sizeof header_ - from_);
     const uint64_t header_bytes = std::min<uint64_t>(sizeof header_, to_);
@@ -293,16 +287,18 @@ bool job::open_output() {
 }
 
 copy_status job::copy_image(uint64_t size) {
-    // Bytes already in host order are copied by the kernel, not through here,
-    // a chunk at a time so that write-back can start as for converted chunks.
-    for (uint64_t at = 0; !swap_ && at < size; at += kChunkBytes) {
+    // Bytes already in the run's order, and 8-bit data, which has no order,
+    // are copied by the kernel, not through here, a chunk at a time so that
+    // write-back can start as for converted chunks.
+    const bool reverse = swap_ && reader_->swap_unit > 1;
+    for (uint64_t at = 0; !reverse && at < size; at += kChunkBytes) {
         if (interrupted()) return copy_status::interrupted;
         const uint64_t n = std::min(kChunkBytes, size - at);
         if (common::copy_range(reader_->fd, from_ + at, out_.get(), to_ + at, n) != common::io_result::ok)
             return copy_status::write_failed;
         if (in_place_) sync_file_range(out_.get(), off64_t(to_ + at), off64_t(n), SYNC_FILE_RANGE_WRITE);
     }
-    if (!swap_) return copy_status::ok;
+    if (!reverse) return copy_status::ok;
     const uint64_t chunk = std::min(size, kChunkBytes);
     buffer data(chunk);
     if (!data.get()) return copy_status::read_failed;
@@ -310,8 +306,8 @@ copy_status job::copy_image(uint64_t size) {
         if (interrupted()) return copy_status::interrupted;
         const uint64_t n = std::min(chunk, size - at);
         if (reader_->read_at(data.get(), from_ + at, n) != codec_result::ok) return copy_status::read_failed;
-        // Whole words are reversed; a tail of one to three bytes stays as it is.
-        reverse_words(data.get(), n);
+        // Whole units are reversed; a tail shorter than a unit stays as it is.
+        reverse_units(data.get(), n, reader_->swap_unit);
         if (common::write_at(out_.get(), data.get(), n, to_ + at) != common::io_result::ok)
             return copy_status::write_failed;
         // A frame that replaces its original is flushed before the rename:

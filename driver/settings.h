@@ -17,6 +17,15 @@ extern int32_t g_transfer;
 extern int32_t g_highData;
 // Reference low data code value for element 0 (-b); -1 takes it from the first file.
 extern int32_t g_lowData;
+// The byte order converted frames are written in (-e); `unknown` for a value
+// that names none, which ends the run before any job.
+// clang-format off
+enum class byte_order { host, big, little, unknown };
+// clang-format on
+extern byte_order g_byteOrder;
+// Frames of every bit depth, packing and descriptor are converted (-a), and
+// the settings pass keeps their packing.
+extern bool g_allDepths;
 // The next loaded DPX file prints the settings report and fills unset settings.
 extern bool g_firstReport;
 // The next progress call prints the start line instead of a bar.
@@ -37,3 +46,9 @@ extern int32_t g_jobsDone;
 extern int32_t g_failedJobs;
 // Wall-clock time at start, for the elapsed-time display.
 extern struct timeval g_startTime;
+
+// True on a big-endian machine.
+constexpr bool host_is_big_endian = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
+// True when converted frames are to be big-endian: -e big, or -e host on a
+// big-endian machine.
+bool target_is_big_endian();

@@ -38,7 +38,7 @@ got=$(cd "$T/farm" && /usr/bin/tarvex-farm -j 2 --chunk 2 a b) || fail "tarvex-f
 want=$(cd "$T/ref" && /usr/bin/tarvex a/* b/* | tail -n 1)
 [ "$(echo "$got" | tail -n 1)" = "$want" ] || fail "summary: $got"
 diff -r "$T/ref" "$T/farm" || fail "frames differ"
-/usr/bin/tarvex-info "$T"/farm/*/* | grep -vq 'little-endian 64x32 10-bit offset 8192' && fail "not converted"
+/usr/bin/tarvex-info "$T"/farm/*/* | grep -vq 'little-endian 64x32 10-bit packing 1 descriptor 50 elements 1 offset 8192' && fail "not converted"
 
 # The installed completion in a bash that is not interactive: COMP_* set as
 # bash sets them, then the function that `complete` names for the command;

@@ -6,11 +6,16 @@
 //   error      the call fails (ENOSPC for writes, EIO otherwise; close still closes)
 //   short      a read or write moves only half of what was asked
 //   interrupt  the call fails with EINTR before doing anything
+// TARVEX_FAULT_ABSENT lists what the file system of those paths lacks, as exFAT or a share does: "rename2" (no
+// RENAME_NOREPLACE: EINVAL), "link" (no hard links: EPERM), "tmpfile" (no O_TMPFILE: EOPNOTSUPP), "xattr" (a listing
+// of attributes answers EIO); such calls fail without being numbered.
 // At exit it logs the largest single malloc since the first such path was
 // opened, so a test can bound what a file makes tarvex allocate.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,7 +31,7 @@ namespace {
 // Plain data, zero before any constructor runs: allocations come that early.
 struct {
     bool ready, tracking, allocated;
-    char dir[512], mode, fd_path[1024][512];
+    char dir[512], absent[64], mode, fd_path[1024][512];
     size_t largest;
     long fault_at, calls;
     int log_fd;
@@ -43,8 +48,10 @@ bool watched(const char* path) {
     if (!g.ready) {
         g.ready = true;
         const char *dir = std::getenv("TARVEX_FAULT_DIR"), *at = std::getenv("TARVEX_FAULT_AT"),
-                   *mode = std::getenv("TARVEX_FAULT_MODE"), *log = std::getenv("TARVEX_FAULT_LOG");
+                   *mode = std::getenv("TARVEX_FAULT_MODE"), *log = std::getenv("TARVEX_FAULT_LOG"),
+                   *absent = std::getenv("TARVEX_FAULT_ABSENT");
         std::snprintf(g.dir, sizeof g.dir, "%s", dir ? dir : "");
+        std::snprintf(g.absent, sizeof g.absent, "%s", absent ? absent : "");
         g.fault_at = at ? std::atol(at) : 0;
         g.mode = mode ? mode[0] : 'e';
         g.log_fd = log ? REAL(openat)(AT_FDCWD, log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644) : -1;
@@ -71,6 +78,7 @@ bool fails(const char* op, const char* path, long long a, long long b, const cha
 }
 
 int failure(int error) { return errno = error, -1; }
+bool absent(const char* what) { return std::strstr(g.absent, what); }
 
 // A read or write of `count` bytes at `at` (< 0: the current position); `call(n)` moves n bytes.
 template <class Call>
@@ -99,6 +107,7 @@ int open(const char* path, int flags, ...) {
     va_start(args, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? mode_t(va_arg(args, int)) : 0;
     va_end(args);
+    if (watched(path) && (flags & O_TMPFILE) == O_TMPFILE && absent("tmpfile")) return failure(EOPNOTSUPP);
     if (watched(path) && (g.tracking = true) && fails("open", path, flags, 0)) return failure(EACCES);
     const int fd = REAL(open)(path, flags, mode);
     if (watched(path) && fd >= 0 && fd < 1024) std::snprintf(g.fd_path[fd], sizeof g.fd_path[fd], "%s", path);
@@ -124,6 +133,7 @@ int rename(const char* from, const char* to) {
     return failing ? failure(EIO) : REAL(rename)(from, to);
 }
 int renameat2(int from_dir, const char* from, int to_dir, const char* to, unsigned flags) {
+    if ((watched(from) || watched(to)) && absent("rename2")) return failure(EINVAL);
     const bool failing = (watched(from) || watched(to)) && fails("rename2", from, 0, 0, to);
     return failing ? failure(EIO) : REAL(renameat2)(from_dir, from, to_dir, to, flags);
 }
@@ -131,6 +141,20 @@ int renameat2(int from_dir, const char* from, int to_dir, const char* to, unsign
 int linkat(int from_dir, const char* from, int to_dir, const char* to, int flags) {
     const bool failing = watched(to) && fails("link", to, 0, 0);
     return failing ? failure(EIO) : REAL(linkat)(from_dir, from, to_dir, to, flags);
+}
+int link(const char* from, const char* to) {
+    if (watched(to) && absent("link")) return failure(EPERM);
+    return watched(to) && fails("link", to, 0, 0) ? failure(EIO) : REAL(link)(from, to);
+}
+// The metadata a replaced frame takes from its original.
+ssize_t flistxattr(int fd, char* list, size_t size) {
+    const char* path = watched_fd(fd);
+    if (path && (absent("xattr") || fails("listxattr", path, 0, 0))) return failure(EIO);
+    return REAL(flistxattr)(fd, list, size);
+}
+int fchmod(int fd, mode_t mode) {
+    const char* path = watched_fd(fd);
+    return path && fails("chmod", path, mode, 0) ? failure(EIO) : REAL(fchmod)(fd, mode);
 }
 // A kernel copy is a write to its output.
 ssize_t copy_file_range(int in, loff_t* in_at, int out, loff_t* out_at, size_t n, unsigned flags) {

@@ -21,6 +21,8 @@ extern const char* const cineon_taken;
 // The run's settings: options, or what the first file that loads as DPX has; -1 is unset.
 struct run {
     int32_t offset = -1, transfer = -1, low = -1, high = -1;
+    bool big = !testdata::host_little;  // the order frames are written in (-e)
+    bool all = false;                   // every depth and packing (-a)
     bool first = true;  // the next DPX file prints the report and fixes the unset settings
 };
 

@@ -194,17 +194,18 @@ outcome run_checked(const scratch_dir& dir, run_options options, std::string* ve
     for (const auto& [name, file] : files_in(dir.path())) ::utimensat(AT_FDCWD, (dir / name).c_str(), long_ago, 0);
     const std::map<std::string, file_state> before = files_in(dir.path());
 
-    // The settings and the jobs: operands, or the lines of the -l file. -z, an
-    // unknown option, a missing value or an -o that is not 2048 to 2^31-1 or -1 end the run.
+    // The settings and the jobs: operands, or the lines of the -l file. -z, -h, a long option, an unknown
+    // option, a missing value, an -e other than host, big or little, or an -o that is not 2048 to 2^31-1 or
+    // -1 end the run.
     model::run settings;
     std::vector<std::string> jobs, errors;
     std::string folder, list;
     bool runs = true;
     for (size_t i = 0; i < options.args.size(); ++i) {
         const std::string& a = options.args[i];
-        const char option = a.size() == 2 && a[0] == '-' ? a[1] : 0;
+        const char option = a.size() == 2 && a[0] == '-' ? a[1] : a.rfind("--", 0) == 0 ? '-' : 0;
         if (!option) jobs.push_back(a);
-        const bool takes = option && std::strchr("lwbtzco", option);
+        const bool takes = option && std::strchr("lwbtzcoe", option);
         const bool valued = takes && i + 1 < options.args.size();
         const std::string value = valued ? options.args[++i] : "";
         int32_t* number = option == 'w' ? &settings.high : option == 'b' ? &settings.low
@@ -213,8 +214,11 @@ outcome run_checked(const scratch_dir& dir, run_options options, std::string* ve
         const bool digits = !value.empty() && value.size() <= 10 && value.find_first_not_of("0123456789") == std::string::npos;
         if (valued && option == 'o') settings.offset = value == "-1" ? -1 : digits && std::stoll(value) <= INT32_MAX ? int32_t(std::stoll(value)) : 0;
         if (valued && option == 'l') list = value;
+        if (valued && option == 'e') settings.big = value == "big" || (value == "host" && !testdata::host_little);
+        runs = runs && !(valued && option == 'e' && value != "big" && value != "little" && value != "host");
+        settings.all = settings.all || option == 'a';
         if (valued && option == 'c') folder = value.empty() ? "" : value.back() == '/' ? value : value + "/";
-        runs = runs && !(valued && option == 'z') && !(option && !std::strchr("lwbtzcof", option)) &&
+        runs = runs && !(valued && option == 'z') && !(option && !std::strchr("lwbtzcofea", option)) &&
                !(takes && !valued) && !(option == 'c' && value.empty());
     }
     std::ifstream lines(dir / list);
