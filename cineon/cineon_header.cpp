@@ -85,8 +85,8 @@ void local_time_field(char* field, size_t size, const char* format) {
     // Copied by length rather than with strncpy: the text may be longer than
     // the field, and cutting it short is what is meant here.
     const size_t length = std::min(std::strlen(text), size - 1);
-    std::memcpy(field, text, length);
-    std::memset(field + length, 0, size - length);
+    std::copy_n(text, length, field);
+    std::fill(field + length, field + size, '\0');
 }
 
 }  // namespace
