@@ -1,7 +1,9 @@
 // tarvex-filebench: times tarvex against cp over generated sequences, runs
 // alternating with the baseline, and prints medians, ratios and peak memory.
 //
-// usage: tarvex-filebench TARVEX MKFRAMES WORKDIR [REPETITIONS]
+// usage: tarvex-filebench TARVEX MKFRAMES WORKDIR [REPETITIONS [SEQUENCES]]
+// (SEQUENCES: the names of the sequences to time, comma-separated: 2k, 4k, tiny,
+// "2k host order", "2k 16-bit", "2k 12-bit"; all by default)
 //
 // In-place conversion is compared twice: with cp followed by a flush of each
 // copy, and with the floor of any safe in-place rewrite (copy beside, flush,
@@ -137,9 +139,49 @@ struct scenario {
     std::string name;
     std::string baseline_name;
     int frames;
+    std::vector<std::string> options;  // tarvex's, besides -c and the frames
+    bool in_place = false;             // the frames are converted where they are, else into a fresh -c folder
+    bool together = false;             // by two runs at once over the two halves
     std::vector<double> tarvex, baseline;
     long peak_kib = 0;
 };
+
+// A sequence the benchmark makes with tarvex-mkframes.
+struct set {
+    std::string name, size_w, size_h;
+    int count;
+    std::string bits, order;
+};
+
+// The runs timed over one sequence, each with its baseline.
+std::vector<scenario> scenarios(const set& s) {
+    const std::string label = s.name + " (" + s.size_w + "x" + s.size_h + ")";
+    const int n = s.count;
+    auto in_place = [&](std::string name, std::string baseline, std::vector<std::string> options = {}) {
+        return scenario{std::move(name), std::move(baseline), n, std::move(options), true, false, {}, {}, 0};
+    };
+    auto copy = [&](std::string name, std::string baseline, std::vector<std::string> options = {}) {
+        return scenario{std::move(name), std::move(baseline), n, std::move(options), false, false, {}, {}, 0};
+    };
+    if (s.name == "2k host order")
+        return {copy("-c, " + label, "cp"),
+                in_place("in place -t 2 (settings pass), " + label, "cp + fdatasync", {"-t", "2"}),
+                copy("-c -e big, " + label, "cp", {"-e", "big"}),
+                in_place("in place -e big, " + label, "cp + fdatasync", {"-e", "big"})};
+    if (s.bits != "10")
+        return {copy("-c -a, " + label, "cp", {"-a"}), in_place("in place -a, " + label, "cp + fdatasync", {"-a"})};
+    if (s.name == "tiny") return {copy("-c, 1000 tiny frames " + s.size_w + "x" + s.size_h + " in one call", "cp")};
+    std::vector<scenario> all = {in_place("in place, " + label, "cp + fdatasync"),
+                                 in_place("in place, " + label, "copy, fdatasync, rename over original")};
+    if (s.name == "2k") all.push_back(in_place("in place, " + label, "copy, fdatasync, rename, folder flush"));
+    all.push_back(copy("-c, " + label, "cp"));
+    all.push_back(copy("-c -o 4096 (settings pass), " + label, "cp", {"-o", "4096"}));
+    if (s.name != "2k") return all;
+    all.push_back(in_place("in place, two runs at once over the halves, " + label, "one run over all"));
+    all.push_back(copy("-c, two runs at once over the halves, " + label, "one run over all"));
+    all[all.size() - 2].together = all.back().together = true;
+    return all;
+}
 
 std::vector<std::string> concat(std::vector<std::string> a, const std::vector<std::string>& b) {
     a.insert(a.end(), b.begin(), b.end());
@@ -150,26 +192,26 @@ std::vector<std::string> concat(std::vector<std::string> a, const std::vector<st
 
 int main(int argc, char** argv) {
     if (argc < 4) {
-        std::fprintf(stderr, "usage: tarvex-filebench TARVEX MKFRAMES WORKDIR [REPETITIONS]\n");
+        std::fprintf(stderr, "usage: tarvex-filebench TARVEX MKFRAMES WORKDIR [REPETITIONS [SEQUENCES]]\n");
         return 2;
     }
     const std::string tarvex = argv[1], mkframes = argv[2], work = argv[3];
     const int reps = argc > 4 ? std::atoi(argv[4]) : 5;
+    const std::string only = argc > 5 ? "," + std::string(argv[5]) + "," : "";
 
-    struct set {
-        std::string name, size_w, size_h;
-        int count;
-    };
-    const std::vector<set> sets = {{"2k", "2048", "1556", 20},
-                                   {"4k", "4096", "3112", 5},
-                                   {"tiny", "64", "48", 1000},
-                                   {"2k host order", "2048", "1556", 20}};
+    const std::vector<set> all_sets = {
+        {"2k", "2048", "1556", 20, "10", "big"},        {"4k", "4096", "3112", 5, "10", "big"},
+        {"tiny", "64", "48", 1000, "10", "big"},        {"2k host order", "2048", "1556", 20, "10", "little"},
+        {"2k 16-bit", "2048", "1556", 20, "16", "big"}, {"2k 12-bit", "2048", "1556", 20, "12", "big"}};
+    std::vector<set> chosen;
+    for (const auto& s : all_sets)
+        if (only.empty() || only.find("," + s.name + ",") != std::string::npos) chosen.push_back(s);
+    const std::vector<set>& sets = chosen;
     for (const auto& s : sets) {
         std::string dir = work + "/src/" + s.name;
         if (int(files_in(dir).size()) == s.count) continue;
         fresh(dir);
-        const bool host = s.name.find("host") != std::string::npos;
-        run({mkframes, "-W", s.size_w, "-H", s.size_h, "-n", std::to_string(s.count), "-e", host ? "little" : "big",
+        run({mkframes, "-W", s.size_w, "-H", s.size_h, "-n", std::to_string(s.count), "-b", s.bits, "-e", s.order,
              dir + "/frame.%04d.dpx"});
     }
     shell("sync");
@@ -178,32 +220,9 @@ int main(int argc, char** argv) {
     const std::string out = work + "/out", base = work + "/base", inplace = work + "/inplace";
     for (const auto& s : sets) {
         const auto src = files_in(work + "/src/" + s.name);
-        const std::string label = s.name + " (" + s.size_w + "x" + s.size_h + ")";
-        std::vector<scenario> mine;
-        if (s.name == "2k host order") {
-            mine.push_back({"-c, " + label, "cp", s.count, {}, {}});
-            mine.push_back({"in place -t 2 (settings pass), " + label, "cp + fdatasync", s.count, {}, {}});
-        } else if (s.name == "2k") {
-            mine.push_back({"in place, " + label, "cp + fdatasync", s.count, {}, {}});
-            mine.push_back({"in place, " + label, "copy, fdatasync, rename over original", s.count, {}, {}});
-            mine.push_back({"in place, " + label, "copy, fdatasync, rename, folder flush", s.count, {}, {}});
-            mine.push_back({"-c, " + label, "cp", s.count, {}, {}});
-            mine.push_back({"-c -o 4096 (settings pass), " + label, "cp", s.count, {}, {}});
-            mine.push_back(
-                {"in place, two runs at once over the halves, " + label, "one run over all", s.count, {}, {}});
-            mine.push_back({"-c, two runs at once over the halves, " + label, "one run over all", s.count, {}, {}});
-        } else if (s.name != "tiny") {
-            mine.push_back({"in place, " + label, "cp + fdatasync", s.count, {}, {}});
-            mine.push_back({"in place, " + label, "copy, fdatasync, rename over original", s.count, {}, {}});
-            mine.push_back({"-c, " + label, "cp", s.count, {}, {}});
-            mine.push_back({"-c -o 4096 (settings pass), " + label, "cp", s.count, {}, {}});
-        } else {
-            mine.push_back(
-                {"-c, 1000 tiny frames " + s.size_w + "x" + s.size_h + " in one call", "cp", s.count, {}, {}});
-        }
+        std::vector<scenario> mine = scenarios(s);
         for (int r = 0; r < reps; ++r) {
             for (auto& sc : mine) {
-                const bool together = sc.name.find("two runs") != std::string::npos;
                 // The same frames, in place or into a fresh -c folder, by one
                 // tarvex run or by two at once over the two halves.
                 auto tarvex_over = [&](const std::vector<std::string>& options, const std::vector<std::string>& frames,
@@ -220,29 +239,16 @@ int main(int argc, char** argv) {
                     return files_in(inplace);
                 };
                 auto time_tarvex = [&] {
-                    outcome o;
-                    if (sc.name.rfind("in place -t", 0) == 0) {
-                        o = run(concat({tarvex, "-t", "2"}, fresh_copy()));
-                    } else if (sc.name.rfind("in place", 0) == 0) {
-                        o = tarvex_over({}, fresh_copy(), together);
-                    } else if (together) {
-                        fresh(out);
-                        o = tarvex_over({"-c", out}, src, true);
-                    } else if (sc.name.find("-o 4096") != std::string::npos) {
-                        fresh(out);
-                        o = run(concat({tarvex, "-o", "4096", "-c", out}, src));
-                    } else {
-                        fresh(out);
-                        o = run(concat({tarvex, "-c", out}, src));
-                    }
+                    if (!sc.in_place) fresh(out);
+                    const outcome o = sc.in_place ? tarvex_over(sc.options, fresh_copy(), sc.together)
+                                                  : tarvex_over(concat(sc.options, {"-c", out}), src, sc.together);
                     sc.tarvex.push_back(o.seconds);
                     sc.peak_kib = std::max(sc.peak_kib, o.peak_kib);
                 };
                 auto time_baseline = [&] {
                     fresh(base);
                     if (sc.baseline_name == "one run over all") {
-                        if (sc.name.rfind("in place", 0) == 0)
-                            sc.baseline.push_back(tarvex_over({}, fresh_copy(), false).seconds);
+                        if (sc.in_place) sc.baseline.push_back(tarvex_over({}, fresh_copy(), false).seconds);
                         else sc.baseline.push_back(tarvex_over({"-c", base}, src, false).seconds);
                         return;
                     }

@@ -1,5 +1,5 @@
-// Throughput of the 32-bit word reversal beside memcpy of the same buffer, and
-// of the header swap walk.
+// Throughput of the unit reversal (16-, 32- and 64-bit units) beside memcpy of
+// the same buffer, and of the header swap walk.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -26,6 +26,17 @@ void BM_ReverseWords(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(int64_t(state.iterations()) * state.range(0));
+}
+
+// Units of 2, 4 and 8 bytes (16-bit and filled 12-bit data, 10-bit words, 64-bit data), in place.
+void BM_ReverseUnits(benchmark::State& state) {
+    auto buf = pattern(1 << 20);
+    for (auto _ : state) {
+        reverse_units(buf.data(), buf.size(), uint32_t(state.range(0)));
+        benchmark::DoNotOptimize(buf.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(buf.size()));
 }
 
 // The floor: moving the same bytes without touching them.
@@ -55,6 +66,7 @@ void BM_DpxHeaderSwap(benchmark::State& state) {
 
 // 1 MiB is the repair job's chunk; 64 KiB fits the L2 cache; 12.7 MB is a 2K frame.
 BENCHMARK(BM_ReverseWords)->Arg(64 << 10)->Arg(1 << 20)->Arg(12746752);
+BENCHMARK(BM_ReverseUnits)->Arg(2)->Arg(4)->Arg(8);
 BENCHMARK(BM_Memcpy)->Arg(64 << 10)->Arg(1 << 20)->Arg(12746752);
 BENCHMARK(BM_DpxHeaderSwap);
 

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "cineon/dpx_reader.h"
+
 namespace {
 
 const char creator_text[] = "Quillmoor.filmframecodec";
@@ -57,6 +59,8 @@ codec_result smptedpx_writer::write_header() {
     uint64_t image = 0;
     if (image_bytes(image) != codec_result::ok || image > 0xFFFFFFFFu || uint64_t(data_offset) + image > 0xFFFFFFFFu)
         return codec_result::unsupported;
+    // Deeper components than the image reads expand: each whole in its units.
+    if (bit_depth > 10) image = dpx_image_bytes(uint64_t(width) * height, channels, bit_depth, packed ? 0 : 1);
     h.file_size = uint32_t(data_offset + image);
     h.user_size = data_offset > codec_header_size ? data_offset - codec_header_size : 0;
 

@@ -168,7 +168,7 @@ bool job::check_depth() {
 // holds the whole sequence.
 bool job::plan_output() {
     // The frame's order is the host's unless the reader swapped its header.
-    const bool big = (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__) != (reader_->swap_bytes != 0);
+    const bool big = host_is_big_endian != (reader_->swap_bytes != 0);
     swap_ = big != target_is_big_endian();
     settings_ = needs_settings();
     from_ = reader_->data_offset;
@@ -251,7 +251,7 @@ bool job::settings_pass() {
         if (!g_allDepths) element.packing = 1;
     }
     // The header copy is in host order; the run's order is chosen here alone.
-    if (target_is_big_endian() != (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__)) dpx_swap_header(header_);
+    if (target_is_big_endian() != host_is_big_endian) dpx_swap_header(header_);
     uint8_t* bytes = reinterpret_cast<uint8_t*>(&header_);
     if (from_ < sizeof header_) std::memset(bytes + from_, 0, sizeof header_ - from_);
     const uint64_t header_bytes = std::min<uint64_t>(sizeof header_, to_);

@@ -19,5 +19,5 @@ struct timeval g_startTime = {0, 0};
 
 bool target_is_big_endian() {
     if (g_byteOrder == byte_order::big) return true;
-    return g_byteOrder == byte_order::host && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
+    return g_byteOrder == byte_order::host && host_is_big_endian;
 }

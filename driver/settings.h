@@ -47,6 +47,8 @@ extern int32_t g_failedJobs;
 // Wall-clock time at start, for the elapsed-time display.
 extern struct timeval g_startTime;
 
+// True on a big-endian machine.
+constexpr bool host_is_big_endian = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
 // True when converted frames are to be big-endian: -e big, or -e host on a
 // big-endian machine.
 bool target_is_big_endian();

@@ -23,7 +23,8 @@ void usage() {
         "  -n COUNT  number of frames (default 1)\n"
         "  -s FIRST  first frame number (default 1)\n"
         "  -e ORDER  byte order: big or little (default big)\n"
-        "  -b BITS   10 (RGB filled to 32-bit words, method A) or 8 (packed RGB bytes)\n"
+        "  -b BITS   10 (RGB filled to 32-bit words, method A), 8 (packed RGB bytes), or 12 or 16\n"
+        "            (RGB, one 16-bit unit a component, 12-bit data in its high bits)\n"
         "  -k KIND   dpx or cineon (a Cineon file is always in this machine's order)\n"
         "  -o OFFSET image data offset (default 8192 for DPX, 32256 for Cineon)\n",
         stderr);
@@ -64,7 +65,7 @@ bool parse(int argc, char** argv, options& o) {
     }
     if (optind + 1 != argc) return false;
     o.pattern = argv[optind];
-    if (o.bits != 8 && o.bits != 10) return false;
+    if (o.bits != 8 && o.bits != 10 && o.bits != 12 && o.bits != 16) return false;
     if (o.width == 0 || o.height == 0 || o.count < 1) return false;
     if (uint64_t(o.width) * o.height > (uint64_t(1) << 28)) return false;
     if (o.offset == -1) o.offset = o.cineon ? 32256 : 8192;
@@ -73,27 +74,38 @@ bool parse(int argc, char** argv, options& o) {
 
 uint32_t byte_swapped(uint32_t v) { return __builtin_bswap32(v); }
 
+// Bytes one pixel takes on disk.
+uint64_t pixel_bytes(int bits) { return bits == 10 ? 4 : bits == 8 ? 3 : 6; }
+
+// Stores the 10-bit components `rgb` of pixel `i` in `data` as the depth lays them out.
+void put_pixel(const options& o, std::vector<uint8_t>& data, uint64_t i, const uint32_t (&rgb)[3]) {
+    uint8_t* p = &data[size_t(i * pixel_bytes(o.bits))];
+    if (o.bits == 10) {
+        uint32_t word = rgb[0] << 22 | rgb[1] << 12 | rgb[2] << 2;
+        // Method A words go to disk in the file's byte order.
+        if (o.big_endian) word = byte_swapped(word);
+        std::memcpy(p, &word, 4);
+        return;
+    }
+    for (size_t k = 0; k < 3; ++k) {
+        if (o.bits == 8) p[k] = uint8_t(rgb[k] >> 2);
+        // 16-bit units in the file's byte order; 12-bit data keeps the low four bits zero.
+        const uint16_t unit = uint16_t(rgb[k] << 6), stored = o.big_endian ? __builtin_bswap16(unit) : unit;
+        if (o.bits > 10) std::memcpy(p + 2 * k, &stored, 2);
+    }
+}
+
 // A diagonal gradient that moves with the frame number: red across, green
 // down, blue along the diagonal.
 std::vector<uint8_t> picture(const options& o, int frame) {
     const uint64_t pixels = uint64_t(o.width) * o.height;
-    std::vector<uint8_t> data(size_t(pixels * (o.bits == 10 ? 4 : 3)));
+    std::vector<uint8_t> data(size_t(pixels * pixel_bytes(o.bits)));
     for (uint32_t y = 0; y < o.height; ++y) {
         for (uint32_t x = 0; x < o.width; ++x) {
             uint32_t r = uint32_t(uint64_t(x) * 1023 / (o.width > 1 ? o.width - 1 : 1));
             uint32_t g = uint32_t(uint64_t(y) * 1023 / (o.height > 1 ? o.height - 1 : 1));
             uint32_t b = (x + y + uint32_t(frame) * 16) % 1024;
-            uint64_t i = uint64_t(y) * o.width + x;
-            if (o.bits == 10) {
-                uint32_t word = r << 22 | g << 12 | b << 2;
-                // Method A words go to disk in the file's byte order.
-                if (o.big_endian) word = byte_swapped(word);
-                std::memcpy(&data[size_t(i * 4)], &word, 4);
-            } else {
-                data[size_t(i * 3)] = uint8_t(r >> 2);
-                data[size_t(i * 3 + 1)] = uint8_t(g >> 2);
-                data[size_t(i * 3 + 2)] = uint8_t(b >> 2);
-            }
+            put_pixel(o, data, uint64_t(y) * o.width + x, {r, g, b});
         }
     }
     return data;
@@ -145,7 +157,8 @@ codec_result write_frame(Writer& writer, const options& o, const std::string& pa
     writer.channels = 3;
     writer.bit_depth = uint16_t(o.bits);
     writer.expand_to_10bit = o.bits == 10;
-    writer.packed = o.bits == 8;
+    // 16-bit data fills its words whatever the packing; readers expect 0 there.
+    writer.packed = o.bits == 8 || o.bits == 16;
     writer.is_log = 1;
     writer.ref_low = 95;
     writer.ref_high = 685;

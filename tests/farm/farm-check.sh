@@ -18,7 +18,7 @@ fi
 
 # a: big-endian, its first frame with what only a frame can carry: its image
 # at 1664 (as FFmpeg writes it) and an unset low level (-1); b: little-endian
-# at 2048, .DPX; c: refused frames.
+# at 2048, .DPX; c: refused frames (16-bit s.dpx converted with -a).
 f=$T/frames; mk=$build/tools/tarvex-mkframes
 mkdir -p "$f/a" "$f/b" "$f/c" "$f/out" "$TMPDIR"
 $mk -W 64 -H 32 -o 2048 "$T/f.dpx" && $mk -W 64 -H 32 -s 2 -n 11 "$f/a/f.%04d.dpx"
@@ -27,10 +27,12 @@ put() { printf "$2" | dd of="$f/a/f.0001.dpx" bs=1 seek="$1" conv=notrunc 2>/dev
 put 4 '\0\0\6\200' && put 808 '\0\0\6\200' && put 784 '\377\377\377\377'
 $mk -W 64 -H 32 -n 4 -e little -o 2048 "$f/b/g.%04d.DPX" && $mk -W 64 -H 32 -b 8 "$f/c/e.dpx"
 $mk -W 64 -H 32 -k cineon "$f/c/k.dpx" && echo junk > "$f/c/bad.dpx" && mkdir "$f/b/sub.dpx"
+$mk -W 64 -H 32 -b 16 -e little "$f/c/s.dpx"
 paths="c/bad.dpx c/e.dpx c/k.dpx missing.dpx"
 printf '%s\n' a b $paths > "$T/farm.list"
 (cd "$f" && printf '%s\n' a/*.dpx b/*.DPX $paths) > "$T/ref.list"
 (cd "$f" && printf '%s\n' b/*.DPX) > "$T/clean.list"
+(cd "$f" && printf '%s\n' c/s.dpx a/*.dpx) > "$T/deep.list"
 
 # A tarvex beside the farm that dies by SIGKILL: KILL=once the first shard's
 # at its start, the first time; KILL=after the shard holding c/k.dpx's once
@@ -58,6 +60,7 @@ while read -r kill how opts; do
     paths) farm $opts a b $paths ;;
     list) farm $opts -l "$T/farm.list" ;;
     clean) list=$T/clean.list; farm $opts b ;;
+    deep) list=$T/deep.list; farm $opts c/s.dpx a ;;
   esac; got=$?
   (cd "$T/ref" && "$build/tarvex" $opts -l "$list") |
     sed '1d; /^Renaming\.\.\./d; s/^.\[1;31mError: .*! (\(.*\)).\[0m$/Failed: \1/' | grep -v '^$' > "$T/ref.out"
@@ -72,6 +75,8 @@ after list  -c out
 none  paths -b 64
 none  list  -o 2048 -t 2 -w 700 -b -1
 once  clean -t 2
+none  paths -a -e big -c out
+once  deep  -a -c out
 EOF
 
 # A shard that dies twice: its frames stay as they were and count as failed.
@@ -87,6 +92,7 @@ while read -r args; do
   [ "$got" = 2 ] || fail "$args: exit $got, want 2"
 done <<EOF
 -q
+-e sideways
 -o 100
 --chunk 0
 -j 0

@@ -3,7 +3,7 @@
 //                with expansion on and off: a direct read returns the file's
 //                bytes, each word reversed in the other byte order;
 //   repair_job   runs the whole job on the bytes as frame.dpx with the options
-//                they pick (none, -o 4096, -t 300, -c out/): the failures and
+//                they pick (none, -o 4096, -t 300, -c out/, -a, -a -e big): the failures and
 //                the files must be the model's.
 // No allocation may outgrow the file (sanitized builds see them). Without
 // libFuzzer (TARVEX_REPLAY), main() runs the target on each file of the
@@ -77,8 +77,9 @@ int read_every_way(const uint8_t* data, size_t size, bool dpx) {
     testdata::write_file(path, bytes(data, data + size));
     bounded(size, [&] {
         image_holder holder;
-        const bool loaded = holder.load(path.c_str()) == codec_result::ok;
+        const bool loaded = holder.load(path.c_str(), size % 2) == codec_result::ok;  // half as with -a
         cineonreader* reader = dpx ? static_cast<cineonreader*>(holder.dpx_reader) : holder.cineon_reader;
+        const uint32_t unit = !reader || !reader->swap_bytes ? 1 : dpx ? holder.dpx_reader->swap_unit : 4;
         check(loaded || (!holder.dpx_reader && !holder.cineon_reader), "a failed load left a reader behind");
         for (uint32_t expand = 0; reader && expand < 2; ++expand) {
             uint64_t wanted = 0;
@@ -91,7 +92,7 @@ int read_every_way(const uint8_t* data, size_t size, bool dpx) {
             if (r != codec_result::ok || (dpx && expand && (reader->packed || reader->bit_depth != 10))) continue;
             check(reader->data_offset + buffer.size() <= size, "a read succeeded past the end of the file");
             for (size_t i = 0; i < buffer.size(); ++i) {
-                const size_t from = reader->swap_bytes && i < buffer.size() / 4 * 4 ? i / 4 * 4 + 3 - i % 4 : i;
+                const size_t from = i < buffer.size() / unit * unit ? i / unit * unit + unit - 1 - i % unit : i;
                 check(buffer[i] == data[reader->data_offset + from], "a direct read returned other bytes");
             }
         }
@@ -102,13 +103,16 @@ int read_every_way(const uint8_t* data, size_t size, bool dpx) {
 int repair(const uint8_t* data, size_t size) {
     uint32_t sum = 0;
     for (size_t i = 0; i < size; ++i) sum = sum * 31 + data[i];
-    const uint32_t variant = sum % 4;  // none, -o 4096, -t 300, -c out/
+    const uint32_t variant = sum % 6;  // none, -o 4096, -t 300, -c out/, -a, -a -e big
     const bytes input(data, data + size);
     const std::string frame = folder() + "/frame.dpx", out = folder() + "/out/";
     model::run run;
     g_byteOffset = run.offset = variant == 1 ? 4096 : -1;
     g_transfer = run.transfer = variant == 2 ? 300 : -1;
     g_highData = g_lowData = -1, g_firstReport = true, g_failedJobs = 0;
+    g_allDepths = run.all = variant >= 4;
+    g_byteOrder = variant == 5 ? byte_order::big : byte_order::host;
+    run.big = variant == 5 || !testdata::host_little;
     g_outputDir = common::file();
     if (variant == 3) g_outputDir.assign(1, out.c_str()), g_outputDir.add_separator(1);
     const model::job want = model::convert(input, run, variant == 3);
