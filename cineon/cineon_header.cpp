@@ -75,14 +75,18 @@ constexpr float channel_min_data = 1149222912.0f;
 constexpr float unset_float = 4294967296.0f;
 
 // Formats the local time now by `format` into a `size`-byte text field,
-// truncating and always ending with a NUL in the last byte.
+// truncated to `size - 1` characters and padded with NULs to the end, so the
+// last byte is always a NUL.
 void local_time_field(char* field, size_t size, const char* format) {
     char text[64] = {};
     std::time_t now = std::time(nullptr);
     std::tm parts{};
     if (localtime_r(&now, &parts)) std::strftime(text, sizeof text, format, &parts);
-    std::strncpy(field, text, size - 1);
-    field[size - 1] = 0;
+    // Copied by length rather than with strncpy: the text may be longer than
+    // the field, and cutting it short is what is meant here.
+    const size_t length = std::min(std::strlen(text), size - 1);
+    std::copy_n(text, length, field);
+    std::fill(field + length, field + size, '\0');
 }
 
 }  // namespace

@@ -1,20 +1,27 @@
 #!/bin/sh
-# The Debian package: `cpack -G DEB` makes it, dpkg -i installs it, the
-# installed tarvex-farm and tarvex-info work beside the installed tarvex, and
-# dpkg -r takes it all away again. Usage: deb-check.sh BUILD
+# The Debian package: built from a copy of the tracked sources with warnings
+# as errors, lintian-clean, installed, its commands converting frames and
+# completing words, then removed. Usage: deb-check.sh BUILD
 set -u
-build=$1
+build=$1; src=$(cd "$(dirname "$0")/../.." && pwd)
 [ "$(id -u)" = 0 ] || { echo "installing a package needs root"; exit 77; }
-"$(dirname "$0")/../../tools/install-deps" parallel python3 >/dev/null || exit 1
-dpkg-query -W -f '${Status}' tarvex 2>/dev/null | grep -q installed && { echo "a tarvex package is installed already"; exit 77; }
+"$src/tools/install-deps" parallel python3 build-essential dpkg-dev debhelper lintian >/dev/null || exit 1
+dpkg-query -W -f '${Status}' tarvex 2>/dev/null | grep -q 'ok installed' && { echo "a tarvex package is installed already"; exit 77; }
 T=$(mktemp -d); trap 'dpkg -r tarvex >/dev/null 2>&1; rm -rf "$T"' EXIT
 fail() { echo "FAIL: $*"; exit 1; }
-cpack -G DEB --config "$build/CPackConfig.cmake" -B "$T" >/dev/null || fail "cpack"
+
+# dpkg-buildpackage writes its results beside the source tree: the tree is a copy in $T.
+mkdir "$T/tarvex" && git -C "$src" ls-files -z | (cd "$src" && tar -cf - --null -T -) | tar -C "$T/tarvex" -xf -
+(cd "$T/tarvex" && DEB_BUILD_OPTIONS=parallel=2 DEB_CXXFLAGS_APPEND=-Werror dpkg-buildpackage -us -uc -b) \
+  >"$T/build.log" 2>&1 || { tail -n 40 "$T/build.log"; fail "dpkg-buildpackage"; }
+lint=$(lintian --fail-on error,warning "$T"/tarvex_*.changes 2>&1) || fail "lintian: $lint"
 deb=$(ls "$T"/tarvex_*.deb) && dpkg-deb -c "$deb" > "$T/files"
-for f in bin/tarvex bin/tarvex-farm bin/tarvex-info share/man/man1/tarvex.1 share/man/man1/tarvex-farm.1 share/man/man1/tarvex-info.1; do
-  grep -q " \./usr/$f$" "$T/files" || fail "$f not in the package"
+for c in tarvex tarvex-farm tarvex-info; do
+  for f in bin/$c share/man/man1/$c.1.gz share/bash-completion/completions/$c; do
+    grep -q " \./usr/$f$" "$T/files" || fail "$f not in the package"
+  done
 done
-dpkg-deb -f "$deb" Depends | grep -q 'python3, parallel' || fail "Depends: $(dpkg-deb -f "$deb" Depends)"
+dpkg-deb -f "$deb" Depends | grep -q '^libc6.*, python3, parallel$' || fail "Depends: $(dpkg-deb -f "$deb" Depends)"
 [ "$(dpkg-deb -f "$deb" Suggests)" = slurm-client ] || fail "Suggests"
 dpkg -i "$deb" >/dev/null || fail "dpkg -i"
 
@@ -29,6 +36,18 @@ want=$(cd "$T/ref" && /usr/bin/tarvex a/* b/* | tail -n 1)
 [ "$(echo "$got" | tail -n 1)" = "$want" ] || fail "summary: $got"
 diff -r "$T/ref" "$T/farm" || fail "frames differ"
 /usr/bin/tarvex-info "$T"/farm/*/* | grep -vq 'little-endian 64x32 10-bit packing 1 descriptor 50 elements 1 offset 8192' && fail "not converted"
+
+# The installed completion in a bash that is not interactive: COMP_* set as
+# bash sets them, then the function that `complete` names for the command;
+# the words it offers, sorted.
+words() { LC_ALL=C bash -c '. "/usr/share/bash-completion/completions/$1" && f=$(complete -p "$1") && f=${f#*-F }
+  COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); COMP_LINE="$*"; COMP_POINT=${#COMP_LINE}
+  "${f%% *}" "$1" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}"; printf "%s\n" "${COMPREPLY[@]}" | sort | paste -sd " "' words "$@"; }
+cd "$T/farm" && mkdir a/sub && touch a/notes.txt a/F.0009.DPX
+[ "$(words tarvex-farm --sl)" = --slurm ] || fail "completion of --sl: $(words tarvex-farm --sl)"
+[ "$(words tarvex -e l)" = little ] || fail "completion of -e l: $(words tarvex -e l)"
+[ "$(words tarvex-info -a a/)" = "a/F.0009.DPX a/f.0001.dpx a/f.0002.dpx a/f.0003.dpx a/sub" ] ||
+  fail "completion of a/: $(words tarvex-info -a a/)"
 dpkg -r tarvex >/dev/null || fail "dpkg -r"
-[ ! -e /usr/bin/tarvex-farm ] || fail "still installed after dpkg -r"
-echo "package $(basename "$deb"): installed, used and removed"
+[ ! -e /usr/bin/tarvex-farm ] && [ ! -e /usr/share/bash-completion/completions/tarvex ] || fail "still installed after dpkg -r"
+echo "package $(basename "$deb"): built, lintian clean, installed, used, completed and removed"

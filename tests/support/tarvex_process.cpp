@@ -75,6 +75,9 @@ outcome run(const std::string& program, const run_options& o) {
     ::close(out[1]);
     ::close(err[1]);
     if (o.kill_after >= 0) {
+        // A signal the program handles is sent once it has started and said so; SIGKILL at any moment.
+        struct pollfd started = {out[0], POLLIN, 0};
+        if (o.kill_signal != SIGKILL) ::poll(&started, 1, 10000);
         std::this_thread::sleep_for(std::chrono::duration<double>(o.kill_after));
         ::kill(pid, o.kill_signal);
     }

@@ -20,7 +20,8 @@ struct run_options {
     std::string dir;                // the working folder; empty keeps ours
     long file_size_limit = -1;      // RLIMIT_FSIZE, SIGXFSZ ignored (writes fail as on a full disk)
     bool unprivileged = false;      // started as root, run as user and group 65534
-    double kill_after = -1;         // >= 0: send `kill_signal` after this many seconds
+    double kill_after = -1;         // >= 0: send `kill_signal` after this many seconds (from the first output
+                                    // unless it is SIGKILL)
     int kill_signal = 9;            // SIGKILL
 };
 
