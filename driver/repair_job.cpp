@@ -90,6 +90,7 @@ private:
 
     [[nodiscard]] bool needs_settings() const;
     [[nodiscard]] bool copy_unchanged();
+    [[nodiscard]] bool copy_user_data();
     [[nodiscard]] bool open_output();
     copy_status copy_image(uint64_t size);
     void fail(const char* message, int failures = 1);
@@ -195,7 +196,12 @@ bool job::plan_output() {
 
 bool job::needs_settings() const {
     const auto& element = header_.image_element[0];
-    return int32_t(int16_t(reader_->ref_low)) != g_lowData || int32_t(int16_t(reader_->ref_high)) != g_highData ||
+    // The code values compare as the signed 16-bit numbers the reader holds
+    // and the report prints; with -a, whose frames carry codes up to 65535
+    // and beyond, as they are stored, so such a frame matches its own values.
+    const int32_t low = g_allDepths ? int32_t(element.ref_low_data) : int32_t(int16_t(reader_->ref_low));
+    const int32_t high = g_allDepths ? int32_t(element.ref_high_data) : int32_t(int16_t(reader_->ref_high));
+    return low != g_lowData || high != g_highData ||
            int32_t(element.transfer) != g_transfer || header_.image_offset != uint32_t(g_byteOffset) ||
            header_.image_offset != element.data_offset || (!g_allDepths && element.packing != 1);
 }
@@ -255,7 +261,18 @@ bool job::settings_pass() {
     uint8_t* bytes = reinterpret_cast<uint8_t*>(&header_);
     if (from_ < sizeof header_) std::memset(bytes + from_, 0, sizeof header_ - from_);
     const uint64_t header_bytes = std::min<uint64_t>(sizeof header_, to_);
-    if (common::write_at(out_.get(), bytes, header_bytes, 0) == common::io_result::ok) return true;
+    if (common::write_at(out_.get(), bytes, header_bytes, 0) == common::io_result::ok) return copy_user_data();
+    fail(kHeaderWriteFailed);
+    return false;
+}
+
+// With -a the user-defined data between the header and the image goes over
+// as it is (only its writer knows what it holds), as far as it fits before
+// the image's place, so a frame converted there and back is its bytes again.
+bool job::copy_user_data() {
+    const uint64_t end = std::min(from_, to_), start = sizeof header_;
+    if (!g_allDepths || end <= start) return true;
+    if (common::copy_range(reader_->fd, start, out_.get(), start, end - start) == common::io_result::ok) return true;
     fail(kHeaderWriteFailed);
     return false;
 }

@@ -94,8 +94,9 @@ job convert(const bytes& in, run& r, bool copy) {
     if (bits != 10 && !r.all) return fail(not_10bit);
     j.works = true;
 
-    // The reference values compare as the 16-bit numbers the report prints.
-    const bool settings = int16_t(low) != r.low || int16_t(high) != r.high || transfer != r.transfer ||
+    // The reference values compare as the 16-bit numbers the report prints, with -a as stored.
+    const bool settings = (r.all ? low : int16_t(low)) != r.low || (r.all ? high : int16_t(high)) != r.high ||
+                          transfer != r.transfer ||
                           (packing != 1 && !r.all) || field(4, 4) != uint32_t(r.offset) || field(4, 4) != offset;
     const bool swapped = big != r.big;
     if (!swapped && !settings) return copy ? (j.written = true, j.output = in, j) : j;
@@ -127,6 +128,7 @@ job convert(const bytes& in, run& r, bool copy) {
     bytes& out = j.output;
     out.assign(at + image.size(), 0);
     std::copy(image.begin(), image.end(), out.begin() + long(at));
+    for (uint64_t i = 2048; r.all && i < std::min(offset, at); ++i) out[i] = in[i];  // -a: user data as it is
     std::copy(header.begin(), header.begin() + long(std::min<uint64_t>(2048, at)), out.begin());
     return j.written = true, j;
 }
