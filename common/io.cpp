@@ -232,15 +232,7 @@ io_result remove_file(const char* path) { return result_of(path && ::remove(path
 
 io_result rename_file(const char* from, const char* to) { return result_of(from && to && ::rename(from, to) == 0); }
 
-namespace {
-
-// True when the call that just failed answered that the file system has no
-// such operation.
-bool unsupported(int error) { return error == ENOTSUP || error == EOPNOTSUPP || error == ENOSYS; }
-
-// True when the folder of `path` holds an entry named exactly as its last
-// component: a case-insensitive file system answers for every case variant.
-bool folder_holds(const char* path) {
+bool named_exactly(const char* path) {
     const std::string text = path, folder = folder_of(text), name = text.substr(folder.size());
     DIR* dir = ::opendir(folder.empty() ? "." : folder.c_str());
     if (!dir) return false;
@@ -250,6 +242,12 @@ bool folder_holds(const char* path) {
     return found;
 }
 
+namespace {
+
+// True when the call that just failed answered that the file system has no
+// such operation.
+bool unsupported(int error) { return error == ENOTSUP || error == EOPNOTSUPP || error == ENOSYS; }
+
 // `to` was reported taken. Where names are case-insensitive that can be
 // `from` itself under another case (scan.CIN to scan.cin): then the rename
 // only changes the case. Inode numbers cannot tell (a FUSE file system may
@@ -258,8 +256,8 @@ bool folder_holds(const char* path) {
 // name; after the rename it must hold one (some file systems take a
 // case-only rename as a rename onto itself and do nothing).
 io_result rename_case_only(const char* from, const char* to) {
-    if (strcasecmp(from, to) != 0 || std::strcmp(from, to) == 0 || folder_holds(to)) return io_result::failed;
-    return result_of(::rename(from, to) == 0 && folder_holds(to));
+    if (strcasecmp(from, to) != 0 || std::strcmp(from, to) == 0 || named_exactly(to)) return io_result::failed;
+    return result_of(::rename(from, to) == 0 && named_exactly(to));
 }
 
 }  // namespace

@@ -83,6 +83,10 @@ bool same_file(int fd, const char* path);
 io_result remove_file(const char* path);
 // Renames `from` to `to`, replacing `to`.
 io_result rename_file(const char* from, const char* to);
+// True when the folder of `path` holds an entry named exactly as its last
+// component (where names are case-insensitive, a lookup of the path also
+// finds an entry whose name differs in case).
+bool named_exactly(const char* path);
 // Renames `from` to `to` only when nothing is called `to` yet: atomically
 // with renameat2's RENAME_NOREPLACE, else with a link and an unlink, else
 // (no hard links, as on exFAT) over an exclusively created claim of the name.

@@ -135,7 +135,10 @@ bool job::load() {
 bool job::check_cineon() {
     if (!holder_.cineon_reader) return true;
     const std::string renamed = cineon_name(given_);
-    if (renamed.empty()) return false;
+    // Where names are case-insensitive, the file given as scan.CIN may be
+    // called scan.cin already: then it has its name.
+    if (renamed.empty() || (!common::named_exactly(given_.c_str()) && common::named_exactly(renamed.c_str())))
+        return false;
     if (common::rename_no_replace(given_.c_str(), renamed.c_str()) != common::io_result::ok) {
         fail(kCineonRenameFailed);
         return false;

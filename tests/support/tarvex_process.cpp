@@ -9,6 +9,7 @@
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <strings.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -183,7 +184,7 @@ std::string stdout_of(const std::function<void()>& body) {
 }
 
 bool keeps(const std::string& folder, fs_trait trait, const std::string& what) {
-    const std::string a = folder + "/.probe", b = folder + "/.probe2", upper = folder + "/.PROBE";
+    const std::string a = folder + "/.probe", b = folder + "/.probe2";
     struct stat st = {}, other = {};
     char value[2] = {};
     bool kept = testdata::write_file(a, {1}) && !::stat(a.c_str(), &st);
@@ -198,7 +199,6 @@ bool keeps(const std::string& folder, fs_trait trait, const std::string& what) {
     case fs_trait::xattrs:
         kept = kept && !::setxattr(a.c_str(), "user.probe", "x", 1, 0) && ::getxattr(a.c_str(), "user.probe", value, 2) == 1;
         break;
-    case fs_trait::case_sensitive_names: kept = kept && ::stat(upper.c_str(), &other) != 0; break;
     case fs_trait::inode_numbers:  // the same number under a second name, if it can have one, and after a rename
         kept = kept && (::link(a.c_str(), b.c_str()) || (!::stat(b.c_str(), &other) && other.st_ino == st.st_ino && !::unlink(b.c_str())));
         kept = kept && !::rename(a.c_str(), b.c_str()) && !::stat(b.c_str(), &other) && other.st_ino == st.st_ino;
@@ -206,7 +206,7 @@ bool keeps(const std::string& folder, fs_trait trait, const std::string& what) {
     ::unlink(a.c_str()), ::unlink(b.c_str());
     static const char* const lacks[] = {"keeps no permission bits or groups", "has no symbolic links",
                                         "has no hard links", "has no FIFOs", "keeps no extended attributes",
-                                        "has case-insensitive names", "shows a file under a new inode number after a rename or link"};
+                                        "shows a file under a new inode number after a rename or link"};
     if (!kept) std::printf("skipped here: %s: this file system %s\n", what.c_str(), lacks[int(trait)]);
     return kept;
 }
@@ -271,8 +271,13 @@ outcome run_checked(const scratch_dir& dir, run_options options, std::string* ve
     auto relative = [&](std::string path) { return path.rfind(dir / "", 0) ? path : path.substr(dir.path().size() + 1); };
     folder = relative(folder);
     if (folder == "./") folder.clear();  // the current folder: in place
+    // Where names ignore case (exFAT), a name given in another case finds the file under its own.
+    const bool ignores_case = testdata::write_file(dir / ".case", {1}) && !::access((dir / ".CASE").c_str(), F_OK);
+    ::unlink((dir / ".case").c_str());
     for (size_t i = 0; i < jobs.size(); ++i) {
-        const std::string name = relative(jobs[i]);
+        std::string name = relative(jobs[i]);
+        for (const auto& [held, file] : after)
+            if (ignores_case && !after.count(name) && !strcasecmp(held.c_str(), name.c_str())) name = held;
         const size_t base = name.rfind('/') + 1;
         // Into -c's folder under its own name, or in place (-c naming the input's own folder too).
         const std::string out = folder.empty() || folder == name.substr(0, base) ? name : folder + name.substr(base);

@@ -64,7 +64,7 @@ private:
 std::string stdout_of(const std::function<void()>& body);  // what `body` writes to descriptor 1
 
 // What a file system may not keep (exFAT, NTFS, a share), found by trying it in a folder of it.
-enum class fs_trait { modes, symlinks, hard_links, fifos, xattrs, case_sensitive_names, inode_numbers };
+enum class fs_trait { modes, symlinks, hard_links, fifos, xattrs, inode_numbers };
 // True when the file system of `folder` keeps `trait`; otherwise prints
 // "skipped here: `what`: this file system ..." and returns false.
 bool keeps(const std::string& folder, fs_trait trait, const std::string& what);
