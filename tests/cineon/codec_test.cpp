@@ -1,10 +1,9 @@
-// Byte-order reversal, the DPX and Cineon readers and writers and the image holder, on files built byte by byte.
+// The byte-swap walk, the DPX and Cineon readers and writers and the image holder, on files built byte by byte.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <regex>
 #include <tuple>
 
 #include "cineon/bs_struct.h"
@@ -20,7 +19,6 @@ namespace {
 
 using namespace testdata;
 using std::make_tuple;
-using fields = std::vector<std::pair<size_t, int>>;
 using pokes = std::vector<std::tuple<size_t, int, uint32_t>>;  // offset, width (0: cut the file to the value), value
 
 // Bytes 0, 1, 2, ... after walking `codes` (none: no description) over the first `extent` of them.
@@ -33,7 +31,7 @@ bytes walked(const std::vector<int>& codes, size_t extent, size_t size) {
     return b;
 }
 
-TEST(ByteOrder, LayoutWalksAndWordReversal) {
+TEST(ByteOrder, LayoutWalks) {
     // Single fields pad to their alignment, arrays neither pad nor count, other codes are single bytes; groups
     // align inside each record and step by the record size; nothing at or past the extent is touched.
     struct walk { std::vector<int> codes; size_t n; fields reversed; };
@@ -47,15 +45,6 @@ TEST(ByteOrder, LayoutWalksAndWordReversal) {
     for (const walk& w : walks)
         EXPECT_EQ(walked(w.codes, w.n, w.n + 4), with_fields_reversed(walked({}, 0, w.n + 4), w.reversed))
             << ::testing::PrintToString(w.codes);
-    EXPECT_THROW(walked({-101, -3, 2}, 8, 8), common::_throw_wrong_definition);
-    EXPECT_THROW(walked({-102, -1, 1, -103}, 8, 8), common::_throw_wrong_definition);
-    EXPECT_THROW(walked({-102, 4, 1, -4}, 8, 8), common::_throw_unexpected_termination);
-    for (size_t n = 0; n <= 4 * 40 + 3; ++n) {  // whole blocks of words, a tail of words, stray bytes
-        bytes b = walked({}, 0, 4 * 42), expected = b;
-        for (size_t k = 0; k < n / 4; ++k) std::reverse(&expected[4 * k], &expected[4 * k + 4]);
-        reverse_words(b.data(), n);
-        EXPECT_EQ(b, expected) << n << " bytes";
-    }
 }
 
 // Stores each value in the file's order; width 0 cuts the file to the value instead.
@@ -86,23 +75,6 @@ protected:
     codec_result load(cineonreader& r, const byte_image& f) { return r.open(dir.write("in", f.data).c_str(), true); }
 };
 
-TEST_F(Codec, HeaderBytesArriveInHostOrderWithOnlyIntegersReversed) {
-    fields cineon;  // every integer field of the Cineon header
-    for (size_t at : {0u, 4u, 8u, 12u, 16u, 20u, 684u, 688u, 712u, 716u, 1028u, 1032u, 1068u}) cineon.push_back({at, 4});
-    for (size_t at = 196; at < 420; at += 28) cineon.insert(cineon.end(), {{at + 4, 4}, {at + 8, 4}});
-    for (int round = 0; round < 4; ++round) {
-        bool dpx = round % 2, big = round < 2;
-        byte_image f(2048, big);
-        f.noise(0, 2048);
-        f.u32(0, dpx ? dpx_magic : cineon_magic);
-        std::unique_ptr<cineonreader> r = reader(dpx);
-        bytes header(2048);
-        ASSERT_EQ(r->open(dir.write("in", f.data).c_str(), false), codec_result::ok);
-        ASSERT_EQ(r->read_header_bytes(header.data(), 2048), codec_result::ok);
-        EXPECT_EQ(header, f.foreign() ? with_fields_reversed(f.data, dpx ? dpx_swapped_fields() : cineon) : f.data);
-    }
-}
-
 TEST_F(Codec, DpxReadingRules) {
     // Orientations give transposed (4), mirror_x (2), flip_y (1); transfers 1 and 3 are logarithmic; packing 0 or
     // 3-channel 8-bit data is packed; original sizes win unless 0 or ~0; a film rate in [1, 101) wins, else a TV one.
@@ -124,33 +96,24 @@ TEST_F(Codec, DpxReadingRules) {
                   make_tuple(c.flags >> 2, c.flags >> 1 & 1, c.flags & 1, c.packed, c.log, c.width, c.height, c.rate))
             << "orientation " << c.orientation;
     }
-    for (bool big : {true, false}) {  // 8-bit RGB: a pixel's first byte goes to the low bits; 255 gives 1022
-        smptedpx_reader r;
-        uint32_t px[2] = {};
-        ASSERT_EQ(load(r, valid(true, big, 2, 1, {{803, 1, 8}, {0, 0, 2054}, {2048, 1, 255}, {2049, 1, 128},
-                                                   {2050, 1, 1}, {2052, 1, 254}, {2053, 1, 255}})), codec_result::ok);
-        ASSERT_EQ(r.read_image(px, 8), codec_result::ok);
-        EXPECT_EQ(make_tuple(px[0], px[1]), make_tuple(4u << 22 | 513u << 12 | 1022u << 2, 1022u << 22 | 1018u << 12));
-    }
+    smptedpx_reader r;  // 8-bit RGB: a pixel's first byte goes to the low bits; 255 gives 1022
+    uint32_t px[2] = {};
+    ASSERT_EQ(load(r, valid(true, !host_little, 2, 1, {{803, 1, 8}, {0, 0, 2054}, {2048, 1, 255}, {2049, 1, 128},
+                                                      {2050, 1, 1}, {2052, 1, 254}, {2053, 1, 255}})), codec_result::ok);
+    ASSERT_EQ(r.read_image(px, 8), codec_result::ok);
+    EXPECT_EQ(make_tuple(px[0], px[1]), make_tuple(4u << 22 | 513u << 12 | 1022u << 2, 1022u << 22 | 1018u << 12));
 }
 
-TEST_F(Codec, ReadersWritersAndTheHolderRefuseWhatTheyCannotHandle) {
-    const codec_result ok = codec_result::ok, bad = codec_result::bad_header, unsupported = codec_result::unsupported, magic = codec_result::bad_magic;
+TEST_F(Codec, ReadersAndTheHolderRefuseWhatTheyCannotHandle) {
+    const codec_result ok = codec_result::ok, bad = codec_result::bad_header, unsupported = codec_result::unsupported;
     const std::tuple<const char*, bool, pokes, codec_result> cases[] = {  // what, DPX, changes to a valid file, result
-        {"encrypted", true, {{660, 4, 0}}, bad},        {"two elements", true, {{770, 2, 2}}, bad},
-        {"packing 2", true, {{804, 2, 2}}, bad},        {"run-length", true, {{806, 2, 1}}, bad},
-        {"orientation 8", true, {{768, 2, 8}}, bad},    {"12-bit", true, {{803, 1, 12}}, bad},
-        {"descriptor 52", true, {{800, 1, 52}}, bad},   {"10-bit packed", true, {{804, 2, 0}}, bad},
         {"data in the generic header", true, {{808, 4, 1663}}, bad},   {"past the end", true, {{808, 4, 2113}}, bad},
         {"data after the generic header", true, {{808, 4, 1664}}, ok}, {"at the end", true, {{808, 4, 2112}}, ok},
         {"1 channel packing 3", false, {{193, 1, 1}, {681, 1, 3}}, ok},
-        {"bad magic", true, {{0, 4, 0x53445059}}, magic}, {"short header", true, {{0, 0, 2047}}, codec_result::io},
         {"4 channels packing 0, the matte not 10-bit", false, {{193, 1, 4}, {681, 1, 0}}, ok},
-        {"2 channels", false, {{193, 1, 2}}, unsupported}, {"negative count", false, {{193, 1, 0xFF}}, unsupported},
+        {"2 channels", false, {{193, 1, 2}}, unsupported}, {"8-bit channel 2", false, {{226, 1, 8}}, unsupported},
         {"4 channels packing 3", false, {{193, 1, 4}, {681, 1, 3}}, unsupported},
         {"3 channels packing 0", false, {{681, 1, 0}}, unsupported}, {"packing 1", false, {{681, 1, 1}}, unsupported},
-        {"interleave 1", false, {{680, 1, 1}}, unsupported}, {"8-bit channel 2", false, {{226, 1, 8}}, unsupported},
-        {"bad magic", false, {{0, 4, 0x802A5FD6}}, magic}, {"three bytes", false, {{0, 0, 3}}, codec_result::io},
     };
     image_holder holder;  // one for every file: each load drops what the one before held
     for (size_t i = 0; i < std::size(cases); ++i) {
@@ -163,24 +126,6 @@ TEST_F(Codec, ReadersWritersAndTheHolderRefuseWhatTheyCannotHandle) {
                   make_tuple(result == ok && dpx, result == ok && !dpx)) << what;
     }
     for (bool dpx : {true, false}) EXPECT_EQ(reader(dpx)->open(dir.path().c_str(), true), codec_result::io) << "a folder";
-    // 2^60 8-bit pixels: the 64 bytes of data are checked before sizing a buffer from the header, which would throw.
-    smptedpx_reader huge;
-    uint64_t word = 0;
-    ASSERT_EQ(load(huge, valid(true, true, 4, 4, {{772, 4, 1u << 30}, {776, 4, 1u << 30}, {803, 1, 8}})), codec_result::ok);
-    EXPECT_EQ(huge.read_image(&word, uint64_t(1) << 62), codec_result::io);
-    // Writers: DPX channels and descriptor are refused only when both are wrong; sizes must fit 32-bit file sizes.
-    const std::tuple<uint32_t, uint32_t, uint32_t, uint16_t, uint32_t, codec_result, codec_result> writes[] = {  // ..., DPX, Cineon
-        {4, 4, 8192, 5, 50, ok, ok}, {4, 4, 8192, 3, 7, ok, ok}, {4, 4, 8192, 5, 7, unsupported, ok},
-        {~0u, ~0u, 0, 3, 50, unsupported, unsupported}, {1u << 15, 1u << 15, 0, 3, 50, unsupported, unsupported},
-        {~0u >> 2, 1, 4, 3, 50, unsupported, unsupported}, {~0u >> 2, 1, 3, 3, 50, ok, ok},
-    };
-    for (const auto& [width, height, offset, channels, descriptor, dpx_result, cineon_result] : writes)
-        for (bool dpx : {true, false}) {
-            std::unique_ptr<cineonwriter> w = writer(dpx);
-            std::tie(w->width, w->height, w->data_offset, w->channels, w->descriptor) =
-                make_tuple(width, height, offset, channels, descriptor);
-            EXPECT_EQ(w->open(out.c_str(), true, true), dpx ? dpx_result : cineon_result) << width << " x " << height;
-        }
 }
 
 TEST_F(Codec, WritersWriteTheFileBuiltHereWhichTheReadersRead) {
@@ -224,8 +169,6 @@ TEST_F(Codec, WritersWriteTheFileBuiltHereWhichTheReadersRead) {
         bytes b = read_file(out);
         byte_image e = expected(dpx && !host ? host_little : !host_little);
         const size_t date = dpx ? 136 : 132, copy = dpx ? 1532 : 820;  // creation time, copied as the source's
-        std::string when = dpx ? text_at(b, date, 24) : text_at(b, date, 12) + ":" + text_at(b, date + 12, 12);
-        EXPECT_TRUE(std::regex_match(when, std::regex(R"(\d{4}(:\d\d){5}.*)"))) << when;
         for (size_t at : {date, copy}) std::copy_n(b.begin() + long(date), 24, e.data.begin() + long(at));
         EXPECT_EQ(b, e.data) << "differs from " << std::mismatch(b.begin(), b.end(), e.data.begin()).first - b.begin();
 
@@ -250,11 +193,6 @@ TEST_F(Codec, WritersWriteTheFileBuiltHereWhichTheReadersRead) {
         EXPECT_EQ(make_tuple(buf[0], buf[1]),  // 8-bit RGBA expands the top three bytes of each word
                   eight ? make_tuple(1022u << 22 | 770u << 12, 72u << 22 | 208u << 12 | 345u << 2)
                         : make_tuple(pixels[0], pixels[1]));
-        ASSERT_EQ(r->read_at(buf, 2052, 4), codec_result::ok);
-        EXPECT_EQ(buf[0], host_word(&e.data[2052]));
-        EXPECT_EQ(r->read_at(buf, 2053, 4), codec_result::io);
-        r->bit_depth = 8;  // Cineon 8-bit data is never expanded, only read as stored
-        if (!dpx) { EXPECT_EQ(r->read_image(buf, 8), codec_result::unsupported); }
     }
 }
 

@@ -42,16 +42,6 @@ bytes with_fields_reversed(bytes image, const fields& reversed) {
     return image;
 }
 
-uint32_t host_word(const uint8_t* p) {
-    uint32_t w;
-    return std::memcpy(&w, p, 4), w;
-}
-std::string text_at(const bytes& b, size_t at, size_t max) {
-    b.at(at);  // throws when `at` lies outside `b`
-    const auto start = b.begin() + long(at), end = start + long(std::min(max, b.size() - at));
-    return std::string(start, std::find(start, end, 0));
-}
-
 byte_image dpx_file(bool big, uint32_t width, uint32_t height, uint8_t descriptor, uint8_t bits, uint16_t packing,
                     size_t data_bytes) {
     byte_image f(2048 + data_bytes, big);

@@ -33,10 +33,6 @@ struct byte_image {
 const fields& dpx_swapped_fields();  // every integer field a byte-order conversion reverses
 bytes with_fields_reversed(bytes image, const fields& reversed);
 
-// Host-order values at `at`, throwing when `b` is too short; a text up to its NUL, at most `max` bytes.
-uint32_t host_word(const uint8_t* p);
-std::string text_at(const bytes& b, size_t at, size_t max);
-
 // A minimal DPX file the reader accepts: one element, data at 2048 with room for `data_bytes`, all else zero.
 byte_image dpx_file(bool big, uint32_t width, uint32_t height, uint8_t descriptor = 50, uint8_t bits = 10,
                     uint16_t packing = 1, size_t data_bytes = 0);
