@@ -168,21 +168,6 @@ void scratch_dir::empty() const {
     for (const auto& name : names()) fs::remove_all(*this / name, ignored);
 }
 
-std::string stdout_of(const std::function<void()>& body) {
-    std::fflush(stdout);
-    FILE* capture = std::tmpfile();
-    int saved = ::dup(1);
-    ::dup2(fileno(capture), 1);
-    body();
-    std::fflush(stdout);
-    ::dup2(saved, 1);
-    ::close(saved);
-    std::string out;
-    std::rewind(capture);
-    for (int c; (c = std::fgetc(capture)) != EOF;) out += char(c);
-    return std::fclose(capture), out;
-}
-
 bool keeps(const std::string& folder, fs_trait trait, const std::string& what) {
     const std::string a = folder + "/.probe", b = folder + "/.probe2";
     struct stat st = {}, other = {};

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -60,8 +59,6 @@ public:
 private:
     std::string path_;
 };
-
-std::string stdout_of(const std::function<void()>& body);  // what `body` writes to descriptor 1
 
 // What a file system may not keep (exFAT, NTFS, a share), found by trying it in a folder of it.
 enum class fs_trait { modes, symlinks, hard_links, fifos, xattrs, inode_numbers };
