@@ -204,9 +204,9 @@ bool job::needs_settings() const {
     // and beyond, as they are stored, so such a frame matches its own values.
     const int32_t low = g_allDepths ? int32_t(element.ref_low_data) : int32_t(int16_t(reader_->ref_low));
     const int32_t high = g_allDepths ? int32_t(element.ref_high_data) : int32_t(int16_t(reader_->ref_high));
-    return low != g_lowData || high != g_highData ||
-           int32_t(element.transfer) != g_transfer || header_.image_offset != uint32_t(g_byteOffset) ||
-           header_.image_offset != element.data_offset || (!g_allDepths && element.packing != 1);
+    return low != g_lowData || high != g_highData || int32_t(element.transfer) != g_transfer ||
+           header_.image_offset != uint32_t(g_byteOffset) || header_.image_offset != element.data_offset ||
+           (!g_allDepths && element.packing != 1);
 }
 
 // Writes the image into the output: from its offset to the end of the input
