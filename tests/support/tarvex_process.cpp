@@ -113,15 +113,13 @@ std::string source_file(const std::string& relative) {
 
 std::string golden(const std::string& name) { return source_file("tests/driver/golden/" + name); }
 
-std::string machine_name() {
+std::string private_file(const std::string& pid) {
     char host[256] = {};
     ::gethostname(host, sizeof host - 1);
     std::string name = host;
     for (char& c : name) c = std::isalnum(static_cast<unsigned char>(c)) || c == '.' ? c : '_';
-    return name;
+    return ".tarvex-" + name + "-" + pid + "-0-1a.tmp";
 }
-
-std::string private_file(const std::string& pid) { return ".tarvex-" + machine_name() + "-" + pid + "-0-1a.tmp"; }
 
 bool mask_times(std::string& out) {
     const std::string before = "(\\| {14}|\\[[0-9]+D[0-9]{1,3}% *)";  // the bar's end, or the percentage
