@@ -75,7 +75,7 @@ void kill_at_random_moments(bool into_folder) {
     double seconds[2];
     for (double& s : seconds) {
         auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(0, testrun::run_tarvex(all).failed);
+        EXPECT_EQ(0, testrun::run(TARVEX_BINARY, all).failed);
         s = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
     // Where frame n is converted to, and what else may stand there.
@@ -98,7 +98,7 @@ void kill_at_random_moments(bool into_folder) {
             // A run converts only what is left, so it takes that share of the converting time.
             const double span = 1.2 * scale * (seconds[1] + (seconds[0] - seconds[1]) * left / kFrames);
             all.kill_after = std::uniform_real_distribution<double>(0.0, span)(random);
-            const bool mid_run = testrun::run_tarvex(all).status == -1;
+            const bool mid_run = testrun::run(TARVEX_BINARY, all).status == -1;
             landed += mid_run;
             scale = mid_run ? std::min(1.0, scale * 1.1) : scale * 0.6;
             left = 0;
@@ -113,7 +113,7 @@ void kill_at_random_moments(bool into_folder) {
         // a later *.dpx could take is left behind, and no private file: where
         // the file system has no O_TMPFILE, this run removes what the killed ones left.
         all.kill_after = -1;
-        testrun::outcome r = testrun::run_tarvex(all);
+        testrun::outcome r = testrun::run(TARVEX_BINARY, all);
         EXPECT_EQ((std::vector<int>{kFrames, 0}), (std::vector<int>{r.finished, r.failed}));
         for (size_t n = 0; n < kFrames; ++n) EXPECT_EQ(want[n], testdata::read_file(target(n)));
         for (const std::string& name : dir.names(into_folder ? "out" : "f"))
@@ -157,7 +157,7 @@ TEST(Runs, SignalsEndARunCleanlyAndAClosedOutputStopsNothing) {
         const std::vector<bytes> want = converted(names);
         testrun::run_options o{names};
         o.kill_after = 0.05, o.kill_signal = signo;
-        const testrun::outcome r = testrun::run_tarvex(o);
+        const testrun::outcome r = testrun::run(TARVEX_BINARY, o);
         EXPECT_EQ(signo, r.signal);
         int done = 0;
         for (size_t i = 0; i < names.size(); ++i) done += testdata::read_file(names[i]) == want[i];
@@ -204,7 +204,7 @@ TEST(Runs, LinksFifosAndMetadata) {
     if (modes) ::chmod(names[1].c_str(), 0440), ::chown(names[1].c_str(), 0, 100);
     if (xattrs) ::setxattr(names[1].c_str(), "user.note", "kept", 4, 0);
     if (fifos) ::mkfifo((dir / "fifo.dpx").c_str(), 0644), refused("fifo.dpx");
-    const testrun::outcome r = testrun::run_tarvex({args});
+    const testrun::outcome r = testrun::run(TARVEX_BINARY, {args});
     EXPECT_EQ(errors, r.errors);
     char target[512] = {}, note[8] = {};
     struct stat st = {};
@@ -217,7 +217,7 @@ TEST(Runs, LinksFifosAndMetadata) {
     if (!links) return;
     // -c into another folder through a link: the name given, the input's mode less the umask.
     ::mkdir((dir / "out").c_str(), 0755);
-    testrun::run_tarvex({{"-c", dir / "out", dir / "link.dpx"}});
+    testrun::run(TARVEX_BINARY, {{"-c", dir / "out", dir / "link.dpx"}});
     EXPECT_EQ(want[0], testdata::read_file(dir / "out/link.dpx"));
 }
 

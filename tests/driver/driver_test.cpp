@@ -73,7 +73,7 @@ TEST(EndToEnd, EachCaseMatchesTheModelTwice) {
         EXPECT_EQ(row.str(3), verdicts);
         // The whole golden transcript, or the lines of it that follow the colon.
         const std::string transcript = row.str(4), name = transcript.substr(0, transcript.find(':'));
-        std::istringstream golden(name.empty() ? "" : testrun::golden(name)), wanted(transcript);
+        std::istringstream golden(name.empty() ? "" : testrun::source_file("tests/driver/golden/" + name)), wanted(transcript);
         EXPECT_TRUE(transcript != name || name.empty() || golden.str() == out) << out;
         std::vector<std::string> lines(1);
         while (std::getline(golden, lines.emplace_back())) continue;

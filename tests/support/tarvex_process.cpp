@@ -104,14 +104,10 @@ outcome run(const std::string& program, const run_options& o) {
     return r;
 }
 
-outcome run_tarvex(const run_options& options) { return run(TARVEX_BINARY, options); }
-
 std::string source_file(const std::string& relative) {
     std::ifstream in(std::string(TARVEX_SOURCE_DIR) + "/" + relative, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
-
-std::string golden(const std::string& name) { return source_file("tests/driver/golden/" + name); }
 
 std::string private_file(const std::string& pid) {
     char host[256] = {};

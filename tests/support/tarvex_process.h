@@ -33,9 +33,7 @@ struct outcome {
 };
 
 outcome run(const std::string& program, const run_options& options);
-outcome run_tarvex(const run_options& options);
 std::string source_file(const std::string& relative);  // of the source tree, byte for byte
-std::string golden(const std::string& name);           // tests/driver/golden/`name`
 std::string private_file(const std::string& pid);  // such a process's here (machine name: letters, digits, '.', others '_')
 // Masks the elapsed times of progress lines as "hh:mm:ss"; false when one is not plausible for a short run.
 bool mask_times(std::string& out);
