@@ -112,14 +112,8 @@ int open(const char* path, int flags, ...) {
     if (watched(path) && fd >= 0 && fd < 1024) std::snprintf(g.fd_path[fd], sizeof g.fd_path[fd], "%s", path);
     return fd;
 }
-ssize_t read(int fd, void* buf, size_t n) {
-    return transfer("read", fd, n, -1, false, [&](size_t k) { return REAL(read)(fd, buf, k); });
-}
 ssize_t pread(int fd, void* buf, size_t n, off_t at) {
     return transfer("pread", fd, n, at, false, [&](size_t k) { return REAL(pread)(fd, buf, k, at); });
-}
-ssize_t write(int fd, const void* buf, size_t n) {
-    return transfer("write", fd, n, -1, true, [&](size_t k) { return REAL(write)(fd, buf, k); });
 }
 ssize_t pwrite(int fd, const void* buf, size_t n, off_t at) {
     return transfer("pwrite", fd, n, at, true, [&](size_t k) { return REAL(pwrite)(fd, buf, k, at); });

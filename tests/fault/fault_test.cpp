@@ -51,7 +51,6 @@ struct scenario {
     std::string absent = "";  // what the file system lacks
     bool cineon() const { return names[0] == "scan.dpx"; }
     bool swap() const { return big == testdata::host_little && !cineon(); }
-    bool settings() const { return !options.empty(); }
 };
 
 // The failure table: the verdict (see run_checked) of the job whose call `c`
@@ -67,9 +66,9 @@ char failing(const scenario& s, const std::string& input, const call& c, bool pl
     // a -c output whose name is free is linked there, else named and renamed.
     if (c.op == "open") return c.path == input ? 'L' : (c.a & O_TMPFILE) == O_TMPFILE ? 'c' : s.swap() ? 'O' : 's';
     if (c.op == "link") return s.folder ? 'c' : 'W';
-    if (c.op != "write" && c.op != "pwrite" && c.op != "copy") return 'W';  // fdatasync or close of the output
+    if (c.op != "pwrite" && c.op != "copy") return 'W';  // fdatasync or close of the output
     if (c.a < 2048) return 'H';
-    return s.settings() && (!s.swap() || c.a >= kTarget) ? 'X' : 'W';
+    return !s.options.empty() && (!s.swap() || c.a >= kTarget) ? 'X' : 'W';
 }
 
 // Runs `s` in `dir` with call `at` failing in `mode`; `forced` gives each job's verdict.
@@ -119,7 +118,7 @@ void fail_every_call(const scenario& s) {
             if (c.path == dir / s.names[i] && c.op == "open") now = i, placed = false;
         const bool placing = c.op == "rename";
         for (std::string mode : {"error", "short", "interrupt"}) {
-            if (mode != "error" && c.op != "read" && c.op != "pread" && c.op != "pwrite" && c.op != "copy") continue;
+            if (mode != "error" && c.op != "pread" && c.op != "pwrite" && c.op != "copy") continue;
             // A cut or interrupted transfer is completed.
             std::string forced = clean;
             if (mode == "error") forced[now] = failing(s, dir / s.names[now], c, placed);
