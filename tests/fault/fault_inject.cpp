@@ -9,8 +9,6 @@
 // TARVEX_FAULT_ABSENT lists what the file system of those paths lacks, as exFAT or a share does: "rename2" (no
 // RENAME_NOREPLACE: EINVAL), "link" (no hard links: EPERM), "tmpfile" (no O_TMPFILE: EOPNOTSUPP), "xattr" (a listing
 // of attributes answers EIO); such calls fail without being numbered.
-// At exit it logs the largest single malloc since the first such path was
-// opened, so a test can bound what a file makes tarvex allocate.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -24,15 +22,12 @@
 #include <cstdlib>
 #include <cstring>
 
-extern "C" void* __libc_malloc(size_t size);
-
 namespace {
 
-// Plain data, zero before any constructor runs: allocations come that early.
+// Plain data, zero before any constructor runs: file calls come that early.
 struct {
-    bool ready, tracking, allocated;
+    bool ready;
     char dir[512], absent[64], mode, fd_path[1024][512];
-    size_t largest;
     long fault_at, calls;
     int log_fd;
 } g;
@@ -107,7 +102,7 @@ int open(const char* path, int flags, ...) {
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? mode_t(va_arg(args, int)) : 0;
     va_end(args);
     if (watched(path) && (flags & O_TMPFILE) == O_TMPFILE && absent("tmpfile")) return failure(EOPNOTSUPP);
-    if (watched(path) && (g.tracking = true) && fails("open", path, flags, 0)) return failure(EACCES);
+    if (watched(path) && fails("open", path, flags, 0)) return failure(EACCES);
     const int fd = REAL(open)(path, flags, mode);
     if (watched(path) && fd >= 0 && fd < 1024) std::snprintf(g.fd_path[fd], sizeof g.fd_path[fd], "%s", path);
     return fd;
@@ -152,14 +147,5 @@ ssize_t copy_file_range(int in, loff_t* in_at, int out, loff_t* out_at, size_t n
     return transfer("copy", out, n, out_at ? *out_at : -1, true,
                     [&](size_t k) { return REAL(copy_file_range)(in, in_at, out, out_at, k, flags); });
 }
-void* malloc(size_t size) {
-    g.allocated = true;
-    if (g.tracking && size > g.largest) g.largest = size;
-    return __libc_malloc(size);
-}
 
 }  // extern "C"
-
-__attribute__((destructor)) static void report_allocations() {
-    if (g.allocated) log(0, "largest-allocation", false, "-", static_cast<long long>(g.largest), 0);
-}
