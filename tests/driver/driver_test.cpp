@@ -29,6 +29,7 @@ bytes file(const std::string& traits) {
     }
     if (std::regex_match(traits, m, std::regex("fill:(\\d+)/(\\d+)"))) return bytes(std::stoul(m[1]), uint8_t(std::stoi(m[2])));
     if (traits.rfind("cineon", 0) == 0) return testdata::make_cineon(traits == "cineon", 4, 2);
+    if (traits.rfind("hostile:", 0) == 0) return testdata::read_file(TARVEX_SOURCE_DIR "/tests/fault/hostile/" + traits.substr(8));
     patches changes;
     static const std::regex change("@(\\d+)(?::(\\d+)x(\\d+))?(?:\\+(\\d+)(?![\\d=]))?|\\+(\\d+)=(\\w+)/(-?\\d+)");
     for (std::sregex_iterator it(traits.begin(), traits.end(), change), end; it != end; ++it) {
@@ -40,9 +41,17 @@ bytes file(const std::string& traits) {
     return testdata::frame(traits.rfind("big", 0) == 0, changes);
 }
 
-// Each case of tests/driver/cases.txt: arguments | files | verdicts | transcript | surroundings.
+// Each case of tests/driver/cases.txt: arguments | files | verdicts | transcript | surroundings; then each file
+// of tests/fault/hostile alone with the verdict its table gives, and all of them in one run after a good frame.
 TEST(EndToEnd, EachCaseMatchesTheModelTwice) {
-    std::istringstream table(testrun::source_file("tests/driver/cases.txt"));
+    std::string rows = testrun::source_file("tests/driver/cases.txt"), all = "0-good.dpx", kinds = all + "=big", letters = "c";
+    std::istringstream hostile(testrun::source_file("tests/fault/hostile/expected.txt"));
+    for (std::string line, name, verdict; std::getline(hostile, line);)
+        if (line[0] != '#' && std::istringstream(line) >> name >> verdict) {
+            rows += name + " | " + name + "=hostile:" + name + " | " + verdict + " |\n";
+            all += " " + name, kinds += " " + name + "=hostile:" + name, letters += verdict;
+        }
+    std::istringstream table(rows + all + " | " + kinds + " | " + letters + " |\n");
     static const std::regex columns(" *([^|#]*?) *\\| *(.*?) *\\| *(\\w*) *\\| *(\\S*) *(?:\\| *(\\S*) *(\\S*) *)?");
     int cases = 0;
     for (std::string line; std::getline(table, line);) {
@@ -82,7 +91,7 @@ TEST(EndToEnd, EachCaseMatchesTheModelTwice) {
         SCOPED_TRACE("again");
         testrun::run_checked(dir, options, nullptr, forced);
     }
-    EXPECT_GE(cases, 76);
+    EXPECT_GE(cases, 76 + 37);
 }
 
 }  // namespace

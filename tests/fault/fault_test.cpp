@@ -1,19 +1,17 @@
 // tarvex where its file calls fail: each call of a run failing in turn, cut
-// short or interrupted (through the preloaded fault_inject.cpp), and hostile
-// headers. Each run is checked by run_checked against the model, with the
-// failure the table below gives forced on the job that made the call.
+// short or interrupted (through the preloaded fault_inject.cpp). Each run is
+// checked by run_checked against the model, with the failure the table below
+// gives forced on the job that made the call.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 
 #include "support/model.h"
 #include "support/tarvex_process.h"
 
 namespace {
 
-using testdata::bytes;
 using testrun::scratch_dir;
 
 // One logged call; a, b: open flags, or a transfer's file offset and byte count.
@@ -140,32 +138,6 @@ TEST(FaultInjection, MisnamedCineonFailsEachCallInTurn) { fail_every_call({{}, {
 TEST(FaultInjection, WithoutNoReplaceLinksTmpfileOrAttributesEachCallFailsInTurn) {
     fail_every_call({{}, {"a.dpx"}, testdata::host_little, false, "rename2,link,tmpfile,xattr"});
     fail_every_call({{}, {"scan.dpx"}, true, false, "rename2,link,tmpfile,xattr"});
-}
-
-// Each file of tests/fault/hostile in a run of its own, then all of them in
-// one run after a good frame: each meets the verdict its table gives (and the
-// model). The fuzz replays bound what each of these files makes tarvex allocate.
-TEST(HostileInput, EachMeetsItsVerdictAloneAndInOneRunAfterAGoodFrame) {
-    std::istringstream table(testrun::source_file("tests/fault/hostile/expected.txt"));
-    std::vector<std::vector<std::pair<std::string, std::string>>> runs = {{{"", "c"}}};  // the last: all files
-    for (std::string line, name, verdict; std::getline(table, line);)
-        if (line[0] != '#' && std::istringstream(line) >> name >> verdict)
-            runs.insert(runs.end() - 1, {{name, verdict}}), runs.back().push_back({name, verdict});
-    EXPECT_GE(runs.size(), 37u);
-    for (const auto& files : runs) {
-        scratch_dir dir;
-        std::vector<std::string> args;
-        std::string verdicts, got;
-        for (const auto& [name, verdict] : files) {
-            const std::string text = name.empty() ? "" : testrun::source_file("tests/fault/hostile/" + name);
-            const bytes data = name.empty() ? testdata::frame(true) : bytes(text.begin(), text.end());
-            args.push_back(dir.write(name.empty() ? "0-good.dpx" : name, data));
-            verdicts += verdict;
-        }
-        SCOPED_TRACE(args.size() == 1 ? args[0] : "all in one run");
-        testrun::run_checked(dir, {args}, &got);
-        EXPECT_EQ(verdicts, got);
-    }
 }
 
 }  // namespace
