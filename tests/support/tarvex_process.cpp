@@ -117,13 +117,6 @@ std::string private_file(const std::string& pid) {
     return ".tarvex-" + name + "-" + pid + "-0-1a.tmp";
 }
 
-bool mask_times(std::string& out) {
-    const std::string before = "(\\| {14}|\\[[0-9]+D[0-9]{1,3}% *)";  // the bar's end, or the percentage
-    const bool plausible = !std::regex_search(out, std::regex(before + "(?!00:0[0-9]:[0-5][0-9])[0-9]{2}:"));
-    out = std::regex_replace(out, std::regex(before + "[0-9]{2}:[0-9]{2}:[0-9]{2}"), "$1hh:mm:ss");
-    return plausible;
-}
-
 scratch_dir::scratch_dir(const std::string& prefix) {
     const char* base = std::getenv("TMPDIR");
     std::string name = std::string(base && *base ? base : "/tmp") + "/" + prefix + "-XXXXXX";

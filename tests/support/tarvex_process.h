@@ -35,8 +35,6 @@ struct outcome {
 outcome run(const std::string& program, const run_options& options);
 std::string source_file(const std::string& relative);  // of the source tree, byte for byte
 std::string private_file(const std::string& pid);  // such a process's here (machine name: letters, digits, '.', others '_')
-// Masks the elapsed times of progress lines as "hh:mm:ss"; false when one is not plausible for a short run.
-bool mask_times(std::string& out);
 
 // A mkdtemp folder under TMPDIR (or /tmp), removed with what it holds, read-only folders too.
 class scratch_dir {
