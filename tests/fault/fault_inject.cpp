@@ -1,16 +1,14 @@
 // An LD_PRELOAD library for the fault tests. It numbers every open, read,
-// write, seek, flush, close and rename the process makes on a path below
-// TARVEX_FAULT_DIR, logs each to TARVEX_FAULT_LOG as "number op[!] path a b
-// [new-path]" ("!": made to fail; a: open flags or file offset, b: byte
-// count), and makes call number TARVEX_FAULT_AT fail as TARVEX_FAULT_MODE says:
+// write, flush, close, rename, link and metadata call the process makes on a
+// path below TARVEX_FAULT_DIR, logs each to TARVEX_FAULT_LOG as "number op[!]
+// path a b" ("!": made to fail; a: open flags or file offset, b: byte count),
+// and makes call number TARVEX_FAULT_AT fail as TARVEX_FAULT_MODE says:
 //   error      the call fails (ENOSPC for writes, EIO otherwise; close still closes)
 //   short      a read or write moves only half of what was asked
 //   interrupt  the call fails with EINTR before doing anything
 // TARVEX_FAULT_ABSENT lists what the file system of those paths lacks, as exFAT or a share does: "rename2" (no
 // RENAME_NOREPLACE: EINVAL), "link" (no hard links: EPERM), "tmpfile" (no O_TMPFILE: EOPNOTSUPP), "xattr" (a listing
 // of attributes answers EIO); such calls fail without being numbered.
-// At exit it logs the largest single malloc since the first such path was
-// opened, so a test can bound what a file makes tarvex allocate.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -24,15 +22,12 @@
 #include <cstdlib>
 #include <cstring>
 
-extern "C" void* __libc_malloc(size_t size);
-
 namespace {
 
-// Plain data, zero before any constructor runs: allocations come that early.
+// Plain data, zero before any constructor runs: file calls come that early.
 struct {
-    bool ready, tracking, allocated;
+    bool ready;
     char dir[512], absent[64], mode, fd_path[1024][512];
-    size_t largest;
     long fault_at, calls;
     int log_fd;
 } g;
@@ -63,17 +58,16 @@ const char* watched_fd(int fd) {
     return watched(nullptr), fd >= 0 && fd < 1024 && g.fd_path[fd][0] ? g.fd_path[fd] : nullptr;
 }
 
-void log(long number, const char* op, bool failed, const char* path, long long a, long long b, const char* to = "-") {
+void log(long number, const char* op, bool failed, const char* path, long long a, long long b) {
     char line[1200];
-    int n = std::snprintf(line, sizeof line, "%ld %s%s %s %lld %lld %s\n", number, op, failed ? "!" : "", path, a, b,
-                          to);
+    int n = std::snprintf(line, sizeof line, "%ld %s%s %s %lld %lld\n", number, op, failed ? "!" : "", path, a, b);
     if (g.log_fd >= 0 && n > 0 && size_t(n) < sizeof line) REAL(write)(g.log_fd, line, size_t(n));
 }
 
 // Numbers and logs a watched call; true when it is the one to fail.
-bool fails(const char* op, const char* path, long long a, long long b, const char* to = "-") {
+bool fails(const char* op, const char* path, long long a, long long b) {
     const bool failing = ++g.calls == g.fault_at;
-    log(g.calls, op, failing, path, a, b, to);
+    log(g.calls, op, failing, path, a, b);
     return failing;
 }
 
@@ -108,19 +102,13 @@ int open(const char* path, int flags, ...) {
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? mode_t(va_arg(args, int)) : 0;
     va_end(args);
     if (watched(path) && (flags & O_TMPFILE) == O_TMPFILE && absent("tmpfile")) return failure(EOPNOTSUPP);
-    if (watched(path) && (g.tracking = true) && fails("open", path, flags, 0)) return failure(EACCES);
+    if (watched(path) && fails("open", path, flags, 0)) return failure(EACCES);
     const int fd = REAL(open)(path, flags, mode);
     if (watched(path) && fd >= 0 && fd < 1024) std::snprintf(g.fd_path[fd], sizeof g.fd_path[fd], "%s", path);
     return fd;
 }
-ssize_t read(int fd, void* buf, size_t n) {
-    return transfer("read", fd, n, -1, false, [&](size_t k) { return REAL(read)(fd, buf, k); });
-}
 ssize_t pread(int fd, void* buf, size_t n, off_t at) {
     return transfer("pread", fd, n, at, false, [&](size_t k) { return REAL(pread)(fd, buf, k, at); });
-}
-ssize_t write(int fd, const void* buf, size_t n) {
-    return transfer("write", fd, n, -1, true, [&](size_t k) { return REAL(write)(fd, buf, k); });
 }
 ssize_t pwrite(int fd, const void* buf, size_t n, off_t at) {
     return transfer("pwrite", fd, n, at, true, [&](size_t k) { return REAL(pwrite)(fd, buf, k, at); });
@@ -129,18 +117,16 @@ int fdatasync(int fd) { return descriptor_call("fdatasync", fd); }
 int fsync(int fd) { return descriptor_call("fsync", fd); }
 int close(int fd) { return descriptor_call("close", fd); }
 int rename(const char* from, const char* to) {
-    const bool failing = (watched(from) || watched(to)) && fails("rename", from, 0, 0, to);
-    return failing ? failure(EIO) : REAL(rename)(from, to);
+    return (watched(from) || watched(to)) && fails("rename", from, 0, 0) ? failure(EIO) : REAL(rename)(from, to);
 }
 int renameat2(int from_dir, const char* from, int to_dir, const char* to, unsigned flags) {
-    if ((watched(from) || watched(to)) && absent("rename2")) return failure(EINVAL);
-    const bool failing = (watched(from) || watched(to)) && fails("rename2", from, 0, 0, to);
-    return failing ? failure(EIO) : REAL(renameat2)(from_dir, from, to_dir, to, flags);
+    const bool ours = watched(from) || watched(to);
+    if (ours && absent("rename2")) return failure(EINVAL);
+    return ours && fails("rename2", from, 0, 0) ? failure(EIO) : REAL(renameat2)(from_dir, from, to_dir, to, flags);
 }
 // The link that gives a finished nameless file its name, logged under that name.
 int linkat(int from_dir, const char* from, int to_dir, const char* to, int flags) {
-    const bool failing = watched(to) && fails("link", to, 0, 0);
-    return failing ? failure(EIO) : REAL(linkat)(from_dir, from, to_dir, to, flags);
+    return watched(to) && fails("link", to, 0, 0) ? failure(EIO) : REAL(linkat)(from_dir, from, to_dir, to, flags);
 }
 int link(const char* from, const char* to) {
     if (watched(to) && absent("link")) return failure(EPERM);
@@ -161,19 +147,5 @@ ssize_t copy_file_range(int in, loff_t* in_at, int out, loff_t* out_at, size_t n
     return transfer("copy", out, n, out_at ? *out_at : -1, true,
                     [&](size_t k) { return REAL(copy_file_range)(in, in_at, out, out_at, k, flags); });
 }
-// Logged, never made to fail: it only runs on the way out of an injected failure.
-int remove(const char* path) {
-    if (watched(path)) log(0, "remove", false, path, 0, 0);
-    return REAL(remove)(path);
-}
-void* malloc(size_t size) {
-    g.allocated = true;
-    if (g.tracking && size > g.largest) g.largest = size;
-    return __libc_malloc(size);
-}
 
 }  // extern "C"
-
-__attribute__((destructor)) static void report_allocations() {
-    if (g.allocated) log(0, "largest-allocation", false, "-", static_cast<long long>(g.largest), 0);
-}

@@ -1,42 +1,27 @@
 // tarvex where its file calls fail: each call of a run failing in turn, cut
-// short or interrupted (through the preloaded fault_inject.cpp), and hostile
-// headers. Each run is checked by run_checked against the model, with the
-// failure the table below gives forced on the job that made the call.
+// short or interrupted (through the preloaded fault_inject.cpp). Each run is
+// checked by run_checked against the model, with the failure the table below
+// gives forced on the job that made the call.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 
 #include "support/model.h"
 #include "support/tarvex_process.h"
 
 namespace {
 
-using testdata::bytes;
 using testrun::scratch_dir;
 
-// Preloads the fault library watching `dir`, logging to `log`, with call `at` failing in `mode`.
-// `absent`: what the file system lacks (see fault_inject.cpp).
-std::vector<std::string> fault_env(const std::string& dir, const std::string& log, long at = 0,
-                                   const std::string& mode = "error", const std::string& absent = "") {
-    return {"LD_PRELOAD=" TARVEX_FAULT_PRELOAD, "TARVEX_FAULT_DIR=" + dir + "/", "TARVEX_FAULT_LOG=" + log,
-            "TARVEX_FAULT_AT=" + std::to_string(at), "TARVEX_FAULT_MODE=" + mode, "TARVEX_FAULT_ABSENT=" + absent};
-}
-
 // One logged call; a, b: open flags, or a transfer's file offset and byte count.
-struct call { long number; std::string op, path; long long a, b; bool failed; };
+struct call { long number; std::string op, path; long long a, b; };
 
-// The numbered calls of a log; `largest` gets the largest allocation, -1 when none was recorded.
-std::vector<call> read_log(const std::string& path, long long* largest = nullptr) {
+// The numbered calls of a log.
+std::vector<call> read_log(const std::string& path) {
     std::vector<call> calls;
     std::ifstream in(path);
-    if (largest) *largest = -1;
-    for (call c{}; in >> c.number >> c.op >> c.path >> c.a >> c.b && in.ignore(1024, '\n');) {
-        if (c.op == "largest-allocation" && largest) *largest = c.a;
-        if ((c.failed = c.op.back() == '!')) c.op.pop_back();
-        if (c.number > 0) calls.push_back(c);
-    }
+    for (call c{}; in >> c.number >> c.op >> c.path >> c.a >> c.b && in.ignore(1024, '\n');) calls.push_back(c);
     return calls;
 }
 
@@ -52,7 +37,6 @@ struct scenario {
     std::string absent = "";  // what the file system lacks
     bool cineon() const { return names[0] == "scan.dpx"; }
     bool swap() const { return big == testdata::host_little && !cineon(); }
-    bool settings() const { return !options.empty(); }
 };
 
 // The failure table: the verdict (see run_checked) of the job whose call `c`
@@ -68,17 +52,20 @@ char failing(const scenario& s, const std::string& input, const call& c, bool pl
     // a -c output whose name is free is linked there, else named and renamed.
     if (c.op == "open") return c.path == input ? 'L' : (c.a & O_TMPFILE) == O_TMPFILE ? 'c' : s.swap() ? 'O' : 's';
     if (c.op == "link") return s.folder ? 'c' : 'W';
-    if (c.op != "write" && c.op != "pwrite" && c.op != "copy") return 'W';  // fdatasync or close of the output
+    if (c.op != "pwrite" && c.op != "copy") return 'W';  // fdatasync or close of the output
     if (c.a < 2048) return 'H';
-    return s.settings() && (!s.swap() || c.a >= kTarget) ? 'X' : 'W';
+    return !s.options.empty() && (!s.swap() || c.a >= kTarget) ? 'X' : 'W';
 }
 
-// Runs `s` in `dir` with call `at` failing in `mode`; `forced` gives each job's verdict.
+// Runs `s` in `dir` with call `at` failing in `mode`; `forced` gives each job's verdict. The fault library,
+// preloaded, watches `dir` and logs to `log`.
 void run(const scenario& s, const scratch_dir& dir, const std::string& log, long at, const std::string& mode,
          const std::string& forced) {
     dir.empty();
     ::unlink(log.c_str());
-    testrun::run_options o(s.options, fault_env(dir.path(), log, at, mode, s.absent));
+    testrun::run_options o(s.options, {"LD_PRELOAD=" TARVEX_FAULT_PRELOAD, "TARVEX_FAULT_DIR=" + dir.path() + "/",
+                                       "TARVEX_FAULT_LOG=" + log, "TARVEX_FAULT_AT=" + std::to_string(at),
+                                       "TARVEX_FAULT_MODE=" + mode, "TARVEX_FAULT_ABSENT=" + s.absent});
     if (s.folder) dir.touch("out/kept"), o.args.insert(o.args.end(), {"-c", dir / "out"});
     for (const std::string& name : s.names)
         o.args.push_back(dir.write(name, s.cineon() ? testdata::make_cineon(true, 16, 8)
@@ -120,21 +107,13 @@ void fail_every_call(const scenario& s) {
             if (c.path == dir / s.names[i] && c.op == "open") now = i, placed = false;
         const bool placing = c.op == "rename";
         for (std::string mode : {"error", "short", "interrupt"}) {
-            if (mode != "error" && c.op != "read" && c.op != "pread" && c.op != "pwrite" && c.op != "copy") continue;
+            if (mode != "error" && c.op != "pread" && c.op != "pwrite" && c.op != "copy") continue;
             // A cut or interrupted transfer is completed.
             std::string forced = clean;
             if (mode == "error") forced[now] = failing(s, dir / s.names[now], c, placed);
             const std::string what = c.op + " (" + mode + "): " + forced[now];
             SCOPED_TRACE("call " + std::to_string(c.number) + " " + c.path + " " + what);
             run(s, dir, log, c.number, mode, forced);
-            // The call that failed is the one the clean run made at that number.
-            const std::vector<call> calls = read_log(log);
-            const call* hit = calls.size() >= size_t(c.number) ? &calls[size_t(c.number - 1)] : nullptr;
-            // A hidden temporary name differs from run to run.
-            auto same = [](const std::string& a, const std::string& b) {
-                return a == b || (a.find("/.tarvex-") != std::string::npos && b.find("/.tarvex-") != std::string::npos);
-            };
-            EXPECT_TRUE(hit && hit->failed && hit->op == c.op && same(hit->path, c.path));
             ++tried[what];
         }
         placed = placed || placing;
@@ -159,39 +138,6 @@ TEST(FaultInjection, MisnamedCineonFailsEachCallInTurn) { fail_every_call({{}, {
 TEST(FaultInjection, WithoutNoReplaceLinksTmpfileOrAttributesEachCallFailsInTurn) {
     fail_every_call({{}, {"a.dpx"}, testdata::host_little, false, "rename2,link,tmpfile,xattr"});
     fail_every_call({{}, {"scan.dpx"}, true, false, "rename2,link,tmpfile,xattr"});
-}
-
-// Each file of tests/fault/hostile in a run of its own, then all of them in
-// one run after a good frame: each meets the verdict its table gives (and the
-// model), and no allocation outgrows the largest file (64 KiB allowed for
-// paths and texts; a sanitizer's allocator is out of the library's sight).
-TEST(HostileInput, EachMeetsItsVerdictAloneAndInOneRunAfterAGoodFrame) {
-    std::istringstream table(testrun::source_file("tests/fault/hostile/expected.txt"));
-    std::vector<std::vector<std::pair<std::string, std::string>>> runs = {{{"", "c"}}};  // the last: all files
-    for (std::string line, name, verdict; std::getline(table, line);)
-        if (line[0] != '#' && std::istringstream(line) >> name >> verdict)
-            runs.insert(runs.end() - 1, {{name, verdict}}), runs.back().push_back({name, verdict});
-    EXPECT_GE(runs.size(), 37u);
-    for (const auto& files : runs) {
-        scratch_dir dir, logs;
-        std::vector<std::string> args;
-        std::string verdicts, got;
-        size_t largest_file = 0;
-        for (const auto& [name, verdict] : files) {
-            const std::string text = name.empty() ? "" : testrun::source_file("tests/fault/hostile/" + name);
-            const bytes data = name.empty() ? testdata::frame(true) : bytes(text.begin(), text.end());
-            args.push_back(dir.write(name.empty() ? "0-good.dpx" : name, data));
-            verdicts += verdict;
-            largest_file = std::max(largest_file, data.size());
-        }
-        SCOPED_TRACE(args.size() == 1 ? args[0] : "all in one run");
-        testrun::run_checked(dir, {args, fault_env(dir.path(), logs / "log")}, &got);
-        EXPECT_EQ(verdicts, got);
-        long long largest;
-        read_log(logs / "log", &largest);
-        EXPECT_TRUE((largest >= 0 || TARVEX_SANITIZED) && largest <= std::max<long long>(64 * 1024, static_cast<long long>(largest_file)))
-            << largest;
-    }
 }
 
 }  // namespace

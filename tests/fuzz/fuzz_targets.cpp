@@ -5,9 +5,9 @@
 //   repair_job   runs the whole job on the bytes as frame.dpx with the options
 //                they pick (none, -o 4096, -t 300, -c out/, -a, -a -e big): the failures and
 //                the files must be the model's.
-// No allocation may outgrow the file (sanitized builds see them). Without
-// libFuzzer (TARVEX_REPLAY), main() runs the target on each file of the
-// folders it is given.
+// No allocation may outgrow the file (seen through a sanitizer's hooks, or
+// without one through this program's malloc). Without libFuzzer
+// (TARVEX_REPLAY), main() runs the target on each file of the folders it is given.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -131,6 +131,11 @@ int repair(const uint8_t* data, size_t size) {
 }
 
 }  // namespace
+
+#ifndef TARVEX_WATCH_ALLOCATIONS
+extern "C" void* __libc_malloc(size_t size);
+extern "C" void* malloc(size_t size) { return g_largest = g_watching ? std::max(g_largest, size) : g_largest, __libc_malloc(size); }
+#endif
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string target = TARVEX_FUZZ_TARGET;

@@ -61,12 +61,8 @@ bytes make_cineon(bool big_endian, uint32_t width, uint32_t height) {
     f.text(24, "V4.5");
     f.u8(193, 3);  // three 10-bit channels of 32-bit words (packing 5 at 681), not interleaved
     f.u8(681, 5);
-    for (size_t k = 0; k < 3; ++k) {
-        f.u8(196 + 28 * k + 1, uint8_t(k));
-        f.u8(196 + 28 * k + 2, 10);
-        f.u32(196 + 28 * k + 4, width);
-        f.u32(196 + 28 * k + 8, height);
-    }
+    for (size_t k = 0, at = 196; k < 3; ++k, at += 28)  // each channel's designator, bits, width and height
+        f.u8(at + 1, uint8_t(k)), f.u8(at + 2, 10), f.u32(at + 4, width), f.u32(at + 8, height);
     f.noise(2048, f.data.size());
     return f.data;
 }

@@ -5,17 +5,6 @@
 
 namespace model {
 
-const char* const load_failed = "Could not load image or file was not a DPX file!";
-const char* const not_10bit = "Could not swap DPX to local byte ordering because it was not a 10bit image file!";
-const char* const open_failed = "Could not swap DPX to local byte ordering because it could not open the file!";
-const char* const read_failed = "Could not swap DPX to local byte ordering because it could not read the image file!";
-const char* const write_failed = "Could not swap DPX to local byte ordering because it could not write the image file!";
-const char* const header_failed = "Could not swap DPX to local byte ordering because it could not write the header!";
-const char* const replace_failed =
-    "Could not swap DPX to local byte ordering because it could not replace the original file!";
-const char* const cineon_taken =
-    "Could not rename the Cineon file to its .cin name because that name is taken or could not be made!";
-
 namespace {
 
 using testdata::bytes;

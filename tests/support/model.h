@@ -9,14 +9,15 @@
 
 namespace model {
 
-extern const char* const load_failed;  // the error lines' texts
-extern const char* const not_10bit;
-extern const char* const open_failed;
-extern const char* const read_failed;
-extern const char* const write_failed;
-extern const char* const header_failed;
-extern const char* const replace_failed;
-extern const char* const cineon_taken;
+// The error lines' texts.
+inline const char* const load_failed = "Could not load image or file was not a DPX file!";
+inline const char* const not_10bit = "Could not swap DPX to local byte ordering because it was not a 10bit image file!";
+inline const char* const open_failed = "Could not swap DPX to local byte ordering because it could not open the file!";
+inline const char* const read_failed = "Could not swap DPX to local byte ordering because it could not read the image file!";
+inline const char* const write_failed = "Could not swap DPX to local byte ordering because it could not write the image file!";
+inline const char* const header_failed = "Could not swap DPX to local byte ordering because it could not write the header!";
+inline const char* const replace_failed = "Could not swap DPX to local byte ordering because it could not replace the original file!";
+inline const char* const cineon_taken = "Could not rename the Cineon file to its .cin name because that name is taken or could not be made!";
 
 // The run's settings: options, or what the first file that loads as DPX has; -1 is unset.
 struct run {

@@ -104,30 +104,17 @@ outcome run(const std::string& program, const run_options& o) {
     return r;
 }
 
-outcome run_tarvex(const run_options& options) { return run(TARVEX_BINARY, options); }
-
 std::string source_file(const std::string& relative) {
     std::ifstream in(std::string(TARVEX_SOURCE_DIR) + "/" + relative, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-std::string golden(const std::string& name) { return source_file("tests/driver/golden/" + name); }
-
-std::string machine_name() {
+std::string private_file(const std::string& pid) {
     char host[256] = {};
     ::gethostname(host, sizeof host - 1);
     std::string name = host;
     for (char& c : name) c = std::isalnum(static_cast<unsigned char>(c)) || c == '.' ? c : '_';
-    return name;
-}
-
-std::string private_file(const std::string& pid) { return ".tarvex-" + machine_name() + "-" + pid + "-0-1a.tmp"; }
-
-bool mask_times(std::string& out) {
-    const std::string before = "(\\| {14}|\\[[0-9]+D[0-9]{1,3}% *)";  // the bar's end, or the percentage
-    const bool plausible = !std::regex_search(out, std::regex(before + "(?!00:0[0-9]:[0-5][0-9])[0-9]{2}:"));
-    out = std::regex_replace(out, std::regex(before + "[0-9]{2}:[0-9]{2}:[0-9]{2}"), "$1hh:mm:ss");
-    return plausible;
+    return ".tarvex-" + name + "-" + pid + "-0-1a.tmp";
 }
 
 scratch_dir::scratch_dir(const std::string& prefix) {

@@ -33,13 +33,8 @@ struct outcome {
 };
 
 outcome run(const std::string& program, const run_options& options);
-outcome run_tarvex(const run_options& options);
 std::string source_file(const std::string& relative);  // of the source tree, byte for byte
-std::string golden(const std::string& name);           // tests/driver/golden/`name`
-std::string machine_name();  // as it stands in tarvex's private file names: letters, digits and '.', others '_'
-std::string private_file(const std::string& pid);  // a private file's name such a process on this machine gives
-// Masks the elapsed times of progress lines as "hh:mm:ss"; false when one is not plausible for a short run.
-bool mask_times(std::string& out);
+std::string private_file(const std::string& pid);  // such a process's here (machine name: letters, digits, '.', others '_')
 
 // A mkdtemp folder under TMPDIR (or /tmp), removed with what it holds, read-only folders too.
 class scratch_dir {
