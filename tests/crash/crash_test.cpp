@@ -145,6 +145,15 @@ TEST(Runs, SeveralAtOnceOverOneFolderEachFrameWhole) {
         const bytes got = testdata::read_file(dir / ("out/" + a[i].substr(a[i].rfind('/') + 1)));
         EXPECT_TRUE(got == want_a[i] || got == want_b[i]) << "out/ " << i;
     }
+    // A run killed at a random moment beside a live one over the same frames, then a run to completion.
+    for (size_t i = 0; i < b.size(); ++i) testdata::write_file(a[i], testdata::read_file(b[i]));
+    std::mt19937 random(std::random_device{}());
+    const std::string delay = std::to_string(std::uniform_real_distribution<double>(0, 0.05)(random));
+    const std::string script = TARVEX_BINARY + joined(half2) + " >/dev/null & q=$!; " TARVEX_BINARY + joined(a) +
+                               " >/dev/null & sleep " + delay + "; kill -9 $!; wait $q";
+    EXPECT_EQ(0, testrun::run("/bin/sh", {{"-c", script}}).status);
+    EXPECT_EQ(0, testrun::run(TARVEX_BINARY, {a}).failed);
+    for (size_t i = 0; i < a.size(); ++i) EXPECT_EQ(want_b[i], testdata::read_file(a[i])) << a[i];
 }
 
 // SIGINT, SIGTERM and SIGHUP: the running frame's output goes, no further frame
