@@ -183,8 +183,10 @@ bool keeps(const std::string& folder, fs_trait trait, const std::string& what) {
     return kept;
 }
 
+namespace {
+
 // Every file and folder (with a trailing "/") below `dir`.
-static std::map<std::string, file_state> files_in(const std::string& dir) {
+std::map<std::string, file_state> files_in(const std::string& dir) {
     std::map<std::string, file_state> files;
     std::error_code ignored;
     for (fs::recursive_directory_iterator it(dir, ignored), end; it != end; it.increment(ignored)) {
@@ -198,25 +200,27 @@ static std::map<std::string, file_state> files_in(const std::string& dir) {
     return files;
 }
 
-outcome run_checked(const scratch_dir& dir, run_options options, std::string* verdicts, const std::string& forced) {
-    const struct timespec long_ago[2] = {{1000000000, 0}, {1000000000, 0}};  // so that any write shows
-    for (const auto& [name, file] : files_in(dir.path())) ::utimensat(AT_FDCWD, (dir / name).c_str(), long_ago, 0);
-    const std::map<std::string, file_state> before = files_in(dir.path());
-
-    // The settings and the jobs: operands, or the lines of the -l file. -z, -h, a long option, an unknown
-    // option, a missing value, an -e other than host, big or little, or an -o that is not 2048 to 2^31-1 or
-    // -1 end the run.
+// A run's settings, its jobs (operands, or the lines of the -l file) and -c's folder (relative to `dir` when in it).
+struct plan {
     model::run settings;
-    std::vector<std::string> jobs, errors;
-    std::string folder, list;
+    std::vector<std::string> jobs;
+    std::string folder;
+};
+
+// -z, -h, a long option, an unknown option, a missing value, an -e other than host, big or little, or an -o that
+// is not 2048 to 2^31-1 or -1 end the run: no jobs.
+plan plan_of(const scratch_dir& dir, const std::vector<std::string>& args) {
+    plan p;
+    model::run& settings = p.settings;
+    std::string list;
     bool runs = true;
-    for (size_t i = 0; i < options.args.size(); ++i) {
-        const std::string& a = options.args[i];
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
         const char option = a.size() == 2 && a[0] == '-' ? a[1] : a.rfind("--", 0) == 0 ? '-' : 0;
-        if (!option) jobs.push_back(a);
+        if (!option) p.jobs.push_back(a);
         const bool takes = option && std::strchr("lwbtzcoe", option);
-        const bool valued = takes && i + 1 < options.args.size();
-        const std::string value = valued ? options.args[++i] : "";
+        const bool valued = takes && i + 1 < args.size();
+        const std::string value = valued ? args[++i] : "";
         int32_t* number = option == 'w' ? &settings.high : option == 'b' ? &settings.low
                         : option == 't' ? &settings.transfer : nullptr;
         if (valued && number) *number = std::atoi(value.c_str());
@@ -226,80 +230,100 @@ outcome run_checked(const scratch_dir& dir, run_options options, std::string* ve
         if (valued && option == 'e') settings.big = value == "big" || (value == "host" && !testdata::host_little);
         runs = runs && !(valued && option == 'e' && value != "big" && value != "little" && value != "host");
         settings.all = settings.all || option == 'a';
-        if (valued && option == 'c') folder = value.empty() ? "" : value.back() == '/' ? value : value + "/";
+        if (valued && option == 'c') p.folder = value.empty() ? "" : value.back() == '/' ? value : value + "/";
         runs = runs && !(valued && option == 'z') && !(option && !std::strchr("lwbtzcofea", option)) &&
                !(takes && !valued) && !(option == 'c' && value.empty());
     }
     std::ifstream lines(dir / list);
-    if (!list.empty()) jobs.clear();
-    for (std::string line; !list.empty() && std::getline(lines, line);) jobs.push_back(line);
-    if (!runs || (settings.offset < 2048 && settings.offset != -1)) jobs.clear();
+    if (!list.empty()) p.jobs.clear();
+    for (std::string line; !list.empty() && std::getline(lines, line);) p.jobs.push_back(line);
+    if (!runs || (settings.offset < 2048 && settings.offset != -1)) p.jobs.clear();
+    p.folder = p.folder.rfind(dir / "", 0) ? p.folder : p.folder.substr(dir.path().size() + 1);
+    if (p.folder == "./") p.folder.clear();  // the current folder: in place
+    return p;
+}
 
-    // What each job must leave, in turn; the failures `forced` gives replace the model's verdict.
-    std::map<std::string, file_state> after = before;  // inode 0: written anew; time -1: any bytes
+// What the jobs must leave: the folder's files (inode 0: written anew; time -1: any bytes), a verdict letter a
+// job, the error lines, the failures counted and whether the settings report is printed.
+struct expectation {
+    std::map<std::string, file_state> files;
     std::string letters;
+    std::vector<std::string> errors;
     int failures = 0;
     bool report = false;
-    auto relative = [&](std::string path) { return path.rfind(dir / "", 0) ? path : path.substr(dir.path().size() + 1); };
-    folder = relative(folder);
-    if (folder == "./") folder.clear();  // the current folder: in place
+};
+
+// Replaces the model's verdict on `j` with the failure `force` names (see run_checked).
+void force_failure(model::job& j, char force, bool in_place) {
+    const std::map<char, const char*> texts = {
+        {'L', model::load_failed},  {'O', model::open_failed},   {'R', model::read_failed},
+        {'W', model::write_failed}, {'X', model::write_failed}, {'H', model::header_failed},
+        {'N', in_place ? model::replace_failed : model::write_failed}, {'T', model::cineon_taken}};
+    j.report = j.report && force != 'L';
+    j.error = texts.count(force) ? texts.at(force) : "";
+    j.failures = force == 'X' ? 2 : !j.error.empty();
+    j.written = j.renamed = false;
+}
+
+expectation expect(const scratch_dir& dir, plan p, std::map<std::string, file_state> files, const std::string& forced) {
+    expectation e;
+    auto& after = e.files = std::move(files);
     // Where names ignore case (exFAT), a name given in another case finds the file under its own.
     const bool ignores_case = testdata::write_file(dir / ".case", {1}) && !::access((dir / ".CASE").c_str(), F_OK);
     ::unlink((dir / ".case").c_str());
-    for (size_t i = 0; i < jobs.size(); ++i) {
-        std::string name = relative(jobs[i]);
+    for (size_t i = 0; i < p.jobs.size(); ++i) {
+        std::string name = p.jobs[i].rfind(dir / "", 0) ? p.jobs[i] : p.jobs[i].substr(dir.path().size() + 1);
         for (const auto& [held, file] : after)
             if (ignores_case && !after.count(name) && !strcasecmp(held.c_str(), name.c_str())) name = held;
         const size_t base = name.rfind('/') + 1;
         // Into -c's folder under its own name, or in place (-c naming the input's own folder too).
-        const std::string out = folder.empty() || folder == name.substr(0, base) ? name : folder + name.substr(base);
-        const bool in_place = out == name;
+        const std::string out = p.folder.empty() || p.folder == name.substr(0, base) ? name : p.folder + name.substr(base);
         const char force = i < forced.size() && std::strchr("LORWXHNTs", forced[i]) ? forced[i] : 0;
-        const model::run was = settings;
-        model::job j = model::convert(after.count(name) ? after[name].data : testdata::bytes(), settings, !in_place);
+        const model::run was = p.settings;
+        model::job j = model::convert(after.count(name) ? after[name].data : testdata::bytes(), p.settings, out != name);
         const std::string cin = model::cineon_name(name);
         if (j.renamed && cin != name && after.count(cin)) j.error = model::cineon_taken, j.failures = 1, j.renamed = false;
-        if (force) {
-            static const std::map<char, std::string> texts = {
-                {'L', model::load_failed},  {'O', model::open_failed},   {'R', model::read_failed},
-                {'W', model::write_failed}, {'X', model::write_failed}, {'H', model::header_failed},
-                {'N', in_place ? model::replace_failed : model::write_failed}, {'T', model::cineon_taken}};
-            settings = force == 'L' ? was : settings;  // a file that does not load fixes no setting
-            j.report = j.report && force != 'L';
-            j.error = texts.count(force) ? texts.at(force) : "";
-            j.failures = force == 'X' ? 2 : !j.error.empty();
-            j.written = j.renamed = false;
-        }
-        letters += force                ? force
-                   : !j.error.empty()   ? (j.error == model::not_10bit ? 'B' : j.error == model::read_failed ? 'R'
-                                           : j.error == model::cineon_taken ? 'T' : 'L')
-                   : j.renamed          ? 'r'
-                   : j.written          ? 'c'
-                                        : 'u';
-        report = report || j.report;
-        failures += j.failures;
-        if (!j.error.empty()) errors.push_back(j.error + " (" + jobs[i] + ")");
+        if (force) force_failure(j, force, out == name);
+        if (force == 'L') p.settings = was;  // a file that does not load fixes no setting
+        e.letters += force                ? force
+                     : !j.error.empty()   ? (j.error == model::not_10bit ? 'B' : j.error == model::read_failed ? 'R'
+                                             : j.error == model::cineon_taken ? 'T' : 'L')
+                     : j.renamed          ? 'r'
+                     : j.written          ? 'c'
+                                          : 'u';
+        e.report = e.report || j.report;
+        e.failures += j.failures;
+        if (!j.error.empty()) e.errors.push_back(j.error + " (" + p.jobs[i] + ")");
         if (j.renamed && cin != name) after[cin] = after[name], after.erase(name);
         if (j.written) after[out] = {j.output};
         // What dead runs of this machine left where the job writes goes (the tables plant them as pid 99999999).
-        const std::string dead = out.substr(0, out.rfind('/') + 1) + private_file("99999999");
-        if (j.works && force != 'L') after.erase(dead);
+        if (j.works && force != 'L') after.erase(out.substr(0, out.rfind('/') + 1) + private_file("99999999"));
     }
-    if (verdicts) *verdicts = letters;
+    return e;
+}
+
+}  // namespace
+
+outcome run_checked(const scratch_dir& dir, run_options options, std::string* verdicts, const std::string& forced) {
+    const struct timespec long_ago[2] = {{1000000000, 0}, {1000000000, 0}};  // so that any write shows
+    for (const auto& [name, file] : files_in(dir.path())) ::utimensat(AT_FDCWD, (dir / name).c_str(), long_ago, 0);
+    const plan p = plan_of(dir, options.args);
+    const expectation e = expect(dir, p, files_in(dir.path()), forced);
+    if (verdicts) *verdicts = e.letters;
     options.dir = dir.path();
     outcome got = run(TARVEX_BINARY, options);
     EXPECT_EQ(0, got.status);
-    if (!jobs.empty()) {  // runs without jobs end with a fixed text the callers compare
-        EXPECT_EQ(errors, got.errors);
-        EXPECT_EQ(report, got.out.find("Cineon/DPX Settings") != std::string::npos);
-        const int n = int(jobs.size());
-        EXPECT_EQ((std::vector<int>{n, n, failures}), (std::vector<int>{got.finished, got.total, got.failed}));
+    if (!p.jobs.empty()) {  // runs without jobs end with a fixed text the callers compare
+        EXPECT_EQ(e.errors, got.errors);
+        EXPECT_EQ(e.report, got.out.find("Cineon/DPX Settings") != std::string::npos);
+        const int n = int(p.jobs.size());
+        EXPECT_EQ((std::vector<int>{n, n, e.failures}), (std::vector<int>{got.finished, got.total, got.failed}));
     }
     // Where inode numbers change with a file's name, its bytes and time alone tell a rewrite.
     static const bool inodes = keeps(dir.path(), fs_trait::inode_numbers, "the inode check of files left or renamed");
     const std::map<std::string, file_state> now = files_in(dir.path());
-    for (const auto& [name, file] : now) EXPECT_TRUE(after.count(name)) << name << " should not be there";
-    for (const auto& [name, file] : after) {
+    for (const auto& [name, file] : now) EXPECT_TRUE(e.files.count(name)) << name << " should not be there";
+    for (const auto& [name, file] : e.files) {
         auto it = now.find(name);
         EXPECT_TRUE(it != now.end() && (file.mtime_ns < 0 || it->second.data == file.data))
             << name << " is missing or not the model's";
