@@ -41,6 +41,31 @@ bool cineon_loads(const bytes& in) {
     return ok;
 }
 
+// The converted file: the header, reversed when `swapped`, with the run's settings when `settings`, its bytes that
+// were image data zeros; the image, its `word`-byte units reversed when `swapped`, at the run's offset when the
+// settings are rewritten, zeros before it; with -a the user data as it is.
+bytes rewritten(const bytes& in, const run& r, uint64_t offset, size_t word, uint64_t packing, bool swapped,
+                bool settings) {
+    bytes header(in.begin(), in.begin() + 2048), image(in.begin() + long(offset), in.end());
+    if (swapped) {
+        header = testdata::with_fields_reversed(header, testdata::dpx_swapped_fields());
+        for (size_t w = 0; w + word <= image.size(); w += word)
+            std::reverse(image.begin() + long(w), image.begin() + long(w + word));
+    }
+    if (settings)
+        for (auto [at, v, n] : std::vector<testdata::patch>{{4, uint32_t(r.offset), 4}, {808, uint32_t(r.offset), 4},
+                                                            {784, uint32_t(r.low), 4}, {792, uint32_t(r.high), 4},
+                                                            {801, uint8_t(r.transfer), 1}, {804, r.all ? packing : 1, 2}})
+            testdata::put(header, at, v, n, r.big);  // of the transfer code only its low byte
+    std::fill(header.begin() + long(std::min<uint64_t>(2048, offset)), header.end(), 0);
+    const uint64_t at = settings ? uint32_t(r.offset) : offset;
+    bytes out(at + image.size(), 0);
+    std::copy(image.begin(), image.end(), out.begin() + long(at));
+    for (uint64_t i = 2048; r.all && i < std::min(offset, at); ++i) out[i] = in[i];  // -a: user data as it is
+    std::copy(header.begin(), header.begin() + long(std::min<uint64_t>(2048, at)), out.begin());
+    return out;
+}
+
 }  // namespace
 
 std::string cineon_name(const std::string& name) {
@@ -99,26 +124,7 @@ job convert(const bytes& in, run& r, bool copy) {
                                                                y == 0 || y == 0xFFFFFFFF ? height : y));
     if (size == 0 || size > in.size() - offset) return fail(read_failed);
 
-    bytes header(in.begin(), in.begin() + 2048), image(in.begin() + long(offset), in.end());
-    if (swapped) {
-        header = testdata::with_fields_reversed(header, testdata::dpx_swapped_fields());
-        const size_t n = r.all ? unit(bits, packing) : 4;
-        for (size_t w = 0; w + n <= image.size(); w += n) std::reverse(image.begin() + long(w), image.begin() + long(w + n));
-    }
-    if (settings)
-        for (auto [at, v, n] : std::vector<testdata::patch>{{4, uint32_t(r.offset), 4}, {808, uint32_t(r.offset), 4},
-                                                            {784, uint32_t(r.low), 4}, {792, uint32_t(r.high), 4},
-                                                            {801, uint8_t(r.transfer), 1}, {804, r.all ? packing : 1, 2}})
-            testdata::put(header, at, v, n, r.big);  // of the transfer code only its low byte
-    // Header bytes that were image data are zeros; the image goes at the
-    // run's offset when the settings are rewritten, zeros before it.
-    std::fill(header.begin() + long(std::min<uint64_t>(2048, offset)), header.end(), 0);
-    const uint64_t at = settings ? uint32_t(r.offset) : offset;
-    bytes& out = j.output;
-    out.assign(at + image.size(), 0);
-    std::copy(image.begin(), image.end(), out.begin() + long(at));
-    for (uint64_t i = 2048; r.all && i < std::min(offset, at); ++i) out[i] = in[i];  // -a: user data as it is
-    std::copy(header.begin(), header.begin() + long(std::min<uint64_t>(2048, at)), out.begin());
+    j.output = rewritten(in, r, offset, r.all ? unit(bits, packing) : 4, packing, swapped, settings);
     return j.written = true, j;
 }
 
