@@ -60,6 +60,27 @@ bool together(const std::vector<std::string>& runs) {
 constexpr int kFrames = 60, kKillsPerSequence = 8;
 const int kKills = std::getenv("TARVEX_CRASH_KILLS") ? std::atoi(std::getenv("TARVEX_CRASH_KILLS")) : 40;
 
+// Runs `all` to its end; the seconds it took.
+double timed(const testrun::run_options& all) {
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, testrun::run(TARVEX_BINARY, all).failed);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Whatever the last kill left, a run finishes the sequence (frame n converted to `target(n)`); no name a later
+// *.dpx could take is left behind in `folder`, and no private file: where the file system has no O_TMPFILE,
+// this run removes what the killed ones left.
+template <class Target>
+void finish(const scratch_dir& dir, const testrun::run_options& all, const std::vector<bytes>& want, Target target,
+            const std::string& folder) {
+    const testrun::outcome r = testrun::run(TARVEX_BINARY, all);
+    EXPECT_EQ((std::vector<int>{kFrames, 0}), (std::vector<int>{r.finished, r.failed}));
+    for (size_t n = 0; n < kFrames; ++n) EXPECT_EQ(want[n], testdata::read_file(target(n)));
+    for (const std::string& name : dir.names(folder))
+        EXPECT_TRUE(name.rfind("shot.", 0) == 0 ||
+                    (name[0] == '.' && name.substr(name.size() - 4) != ".dpx" && name.rfind(".tarvex-", 0))) << name;
+}
+
 void kill_at_random_moments(bool into_folder) {
     scratch_dir dir("tarvex-crash");
     const std::vector<std::string> names = frames(dir, "f", kFrames, 512);
@@ -72,12 +93,7 @@ void kill_at_random_moments(bool into_folder) {
     if (into_folder) ::mkdir(out.c_str(), 0755), all.args.insert(all.args.begin(), {"-c", out});
     // A whole run, then one over the converted frames: the time a run spends
     // converting, and before it reaches the frames left to convert.
-    double seconds[2];
-    for (double& s : seconds) {
-        auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(0, testrun::run(TARVEX_BINARY, all).failed);
-        s = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    }
+    const double seconds[2] = {timed(all), timed(all)};
     // Where frame n is converted to, and what else may stand there.
     auto target = [&](size_t n) { return into_folder ? out + names[n].substr(names[n].rfind('/')) : names[n]; };
     for (size_t n = 0; n < kFrames; ++n) ASSERT_EQ(want[n], testdata::read_file(target(n)));
@@ -109,16 +125,8 @@ void kill_at_random_moments(bool into_folder) {
                     << "a kill after " << all.kill_after << " s broke " << target(n);
             }
         }
-        // Whatever the last kill left, a run finishes the sequence; no name
-        // a later *.dpx could take is left behind, and no private file: where
-        // the file system has no O_TMPFILE, this run removes what the killed ones left.
         all.kill_after = -1;
-        testrun::outcome r = testrun::run(TARVEX_BINARY, all);
-        EXPECT_EQ((std::vector<int>{kFrames, 0}), (std::vector<int>{r.finished, r.failed}));
-        for (size_t n = 0; n < kFrames; ++n) EXPECT_EQ(want[n], testdata::read_file(target(n)));
-        for (const std::string& name : dir.names(into_folder ? "out" : "f"))
-            EXPECT_TRUE(name.rfind("shot.", 0) == 0 ||
-                        (name[0] == '.' && name.substr(name.size() - 4) != ".dpx" && name.rfind(".tarvex-", 0))) << name;
+        finish(dir, all, want, target, into_folder ? "out" : "f");
     }
     std::printf("crash test: %d sequences, %d kills, %d of them while tarvex was running\n", sequences, kills, landed);
     EXPECT_GE(landed, kKills);
