@@ -200,11 +200,16 @@ std::map<std::string, file_state> files_in(const std::string& dir) {
     return files;
 }
 
-// A run's settings, its jobs (operands, or the lines of the -l file) and -c's folder (relative to `dir` when in it).
+// A run: its settings, its jobs (operands, or the lines of the -l file), -c's folder (relative to `dir` when in
+// it); then what the jobs must leave: the folder's files (inode 0: written anew; time -1: any bytes), a verdict
+// letter a job, the error lines, the failures counted and whether the settings report is printed.
 struct plan {
     model::run settings;
-    std::vector<std::string> jobs;
-    std::string folder;
+    std::vector<std::string> jobs, errors;
+    std::string folder, letters;
+    std::map<std::string, file_state> after;
+    int failures = 0;
+    bool report = false;
 };
 
 // -z, -h, a long option, an unknown option, a missing value, an -e other than host, big or little, or an -o that
@@ -243,31 +248,9 @@ plan plan_of(const scratch_dir& dir, const std::vector<std::string>& args) {
     return p;
 }
 
-// What the jobs must leave: the folder's files (inode 0: written anew; time -1: any bytes), a verdict letter a
-// job, the error lines, the failures counted and whether the settings report is printed.
-struct expectation {
-    std::map<std::string, file_state> files;
-    std::string letters;
-    std::vector<std::string> errors;
-    int failures = 0;
-    bool report = false;
-};
-
-// Replaces the model's verdict on `j` with the failure `force` names (see run_checked).
-void force_failure(model::job& j, char force, bool in_place) {
-    const std::map<char, const char*> texts = {
-        {'L', model::load_failed},  {'O', model::open_failed},   {'R', model::read_failed},
-        {'W', model::write_failed}, {'X', model::write_failed}, {'H', model::header_failed},
-        {'N', in_place ? model::replace_failed : model::write_failed}, {'T', model::cineon_taken}};
-    j.report = j.report && force != 'L';
-    j.error = texts.count(force) ? texts.at(force) : "";
-    j.failures = force == 'X' ? 2 : !j.error.empty();
-    j.written = j.renamed = false;
-}
-
-expectation expect(const scratch_dir& dir, plan p, std::map<std::string, file_state> files, const std::string& forced) {
-    expectation e;
-    auto& after = e.files = std::move(files);
+// Follows the jobs of `p` through the model, from the folder's files `after`; a letter of `forced` replaces the
+// model's verdict on its job (see run_checked).
+void expect(const scratch_dir& dir, plan& p, std::map<std::string, file_state> after, const std::string& forced) {
     // Where names ignore case (exFAT), a name given in another case finds the file under its own.
     const bool ignores_case = testdata::write_file(dir / ".case", {1}) && !::access((dir / ".CASE").c_str(), F_OK);
     ::unlink((dir / ".case").c_str());
@@ -283,23 +266,32 @@ expectation expect(const scratch_dir& dir, plan p, std::map<std::string, file_st
         model::job j = model::convert(after.count(name) ? after[name].data : testdata::bytes(), p.settings, out != name);
         const std::string cin = model::cineon_name(name);
         if (j.renamed && cin != name && after.count(cin)) j.error = model::cineon_taken, j.failures = 1, j.renamed = false;
-        if (force) force_failure(j, force, out == name);
-        if (force == 'L') p.settings = was;  // a file that does not load fixes no setting
-        e.letters += force                ? force
+        if (force) {
+            const std::map<char, const char*> texts = {
+                {'L', model::load_failed},  {'O', model::open_failed},   {'R', model::read_failed},
+                {'W', model::write_failed}, {'X', model::write_failed}, {'H', model::header_failed},
+                {'N', out == name ? model::replace_failed : model::write_failed}, {'T', model::cineon_taken}};
+            p.settings = force == 'L' ? was : p.settings;  // a file that does not load fixes no setting
+            j.report = j.report && force != 'L';
+            j.error = texts.count(force) ? texts.at(force) : "";
+            j.failures = force == 'X' ? 2 : !j.error.empty();
+            j.written = j.renamed = false;
+        }
+        p.letters += force                ? force
                      : !j.error.empty()   ? (j.error == model::not_10bit ? 'B' : j.error == model::read_failed ? 'R'
                                              : j.error == model::cineon_taken ? 'T' : 'L')
                      : j.renamed          ? 'r'
                      : j.written          ? 'c'
                                           : 'u';
-        e.report = e.report || j.report;
-        e.failures += j.failures;
-        if (!j.error.empty()) e.errors.push_back(j.error + " (" + p.jobs[i] + ")");
+        p.report = p.report || j.report;
+        p.failures += j.failures;
+        if (!j.error.empty()) p.errors.push_back(j.error + " (" + p.jobs[i] + ")");
         if (j.renamed && cin != name) after[cin] = after[name], after.erase(name);
         if (j.written) after[out] = {j.output};
         // What dead runs of this machine left where the job writes goes (the tables plant them as pid 99999999).
         if (j.works && force != 'L') after.erase(out.substr(0, out.rfind('/') + 1) + private_file("99999999"));
     }
-    return e;
+    p.after = std::move(after);
 }
 
 }  // namespace
@@ -307,23 +299,23 @@ expectation expect(const scratch_dir& dir, plan p, std::map<std::string, file_st
 outcome run_checked(const scratch_dir& dir, run_options options, std::string* verdicts, const std::string& forced) {
     const struct timespec long_ago[2] = {{1000000000, 0}, {1000000000, 0}};  // so that any write shows
     for (const auto& [name, file] : files_in(dir.path())) ::utimensat(AT_FDCWD, (dir / name).c_str(), long_ago, 0);
-    const plan p = plan_of(dir, options.args);
-    const expectation e = expect(dir, p, files_in(dir.path()), forced);
-    if (verdicts) *verdicts = e.letters;
+    plan p = plan_of(dir, options.args);
+    expect(dir, p, files_in(dir.path()), forced);
+    if (verdicts) *verdicts = p.letters;
     options.dir = dir.path();
     outcome got = run(TARVEX_BINARY, options);
     EXPECT_EQ(0, got.status);
     if (!p.jobs.empty()) {  // runs without jobs end with a fixed text the callers compare
-        EXPECT_EQ(e.errors, got.errors);
-        EXPECT_EQ(e.report, got.out.find("Cineon/DPX Settings") != std::string::npos);
+        EXPECT_EQ(p.errors, got.errors);
+        EXPECT_EQ(p.report, got.out.find("Cineon/DPX Settings") != std::string::npos);
         const int n = int(p.jobs.size());
-        EXPECT_EQ((std::vector<int>{n, n, e.failures}), (std::vector<int>{got.finished, got.total, got.failed}));
+        EXPECT_EQ((std::vector<int>{n, n, p.failures}), (std::vector<int>{got.finished, got.total, got.failed}));
     }
     // Where inode numbers change with a file's name, its bytes and time alone tell a rewrite.
     static const bool inodes = keeps(dir.path(), fs_trait::inode_numbers, "the inode check of files left or renamed");
     const std::map<std::string, file_state> now = files_in(dir.path());
-    for (const auto& [name, file] : now) EXPECT_TRUE(e.files.count(name)) << name << " should not be there";
-    for (const auto& [name, file] : e.files) {
+    for (const auto& [name, file] : now) EXPECT_TRUE(p.after.count(name)) << name << " should not be there";
+    for (const auto& [name, file] : p.after) {
         auto it = now.find(name);
         EXPECT_TRUE(it != now.end() && (file.mtime_ns < 0 || it->second.data == file.data))
             << name << " is missing or not the model's";
