@@ -31,10 +31,6 @@ KINDS=(
   "rgb16 16 - 50 16-bit RGB" "luma16 16 - 6 16-bit luma" "rgba16 16 - 51 16-bit RGBA"
   "rgb32 32 - 50 32-bit float RGB")
 
-peer_name() { echo "${PEER_NAME[$1]}"; }
-peer_package() { echo "${PEER_PACKAGE[$1]}"; }
-frame_kind_text() { echo "${FRAME_TEXT[$1]}"; }
-
 # Prints the path of a peer's tool, or fails when it is not installed.
 peer_tool() {
   local c path
