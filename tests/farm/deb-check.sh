@@ -1,7 +1,7 @@
 #!/bin/sh
 # The Debian package: built from a copy of the tracked sources with warnings
-# as errors, lintian-clean, installed, its commands converting frames and
-# completing words, then removed. Usage: deb-check.sh BUILD
+# as errors, lintian-clean, installed, its commands answering -h, converting
+# frames and completing words, then removed. Usage: deb-check.sh BUILD
 set -u
 build=$1; src=$(cd "$(dirname "$0")/../.." && pwd)
 [ "$(id -u)" = 0 ] || { echo "installing a package needs root"; exit 77; }
@@ -31,6 +31,7 @@ mkdir -p "$T/farm/a" "$T/farm/b"
 "$build/tools/tarvex-mkframes" -W 64 -H 32 -n 3 -o 4096 "$T/farm/b/g.%04d.dpx"
 cp -a "$T/farm" "$T/ref"
 [ "$(cd "$T/farm" && /usr/bin/tarvex-info -a a/f.0001.dpx)" = "-o 8192 -t 3 -w 685 -b 95" ] || fail "tarvex-info -a"
+for c in tarvex-info tarvex-farm; do for h in -h --help; do /usr/bin/$c $h | grep -q "^usage: $c " || fail "$c $h"; done; done
 got=$(cd "$T/farm" && /usr/bin/tarvex-farm -j 2 --chunk 2 a b) || fail "tarvex-farm: $got"
 want=$(cd "$T/ref" && /usr/bin/tarvex a/* b/* | tail -n 1)
 [ "$(echo "$got" | tail -n 1)" = "$want" ] || fail "summary: $got"
