@@ -61,9 +61,9 @@ host_dpx_magic() {
 }
 
 # Prints a kind's bit size, packing, descriptor and text.
-kind_spec() {
-  local spec
-  for spec in "${KINDS[@]}"; do [ "${spec%% *}" = "$1" ] && echo "${spec#* }" && return 0; done
+kind_fields() {
+  local entry
+  for entry in "${KINDS[@]}"; do [ "${entry%% *}" = "$1" ] && echo "${entry#* }" && return 0; done
   return 1
 }
 
@@ -87,14 +87,14 @@ peer_writes() {
 # OpenImageIO write them all in one command each; ImageMagick draws a seeded
 # plasma, GraphicsMagick (whose plasma cannot be seeded) a swirled gradient.
 peer_write() {
-  local peer=$1 dir=$2 tool spec kind order bits packing desc text args=() size="${FRAME_W}x${FRAME_H}"
+  local peer=$1 dir=$2 tool wanted kind order bits packing desc text args=() size="${FRAME_W}x${FRAME_H}"
   shift 2
   tool=$(peer_tool "$peer") || return 1
-  for spec; do
-    kind=${spec%:*} order=${spec#*:}
-    read -r bits packing desc text <<<"$(kind_spec "$kind")"
+  for wanted; do
+    kind=${wanted%:*} order=${wanted#*:}
+    read -r bits packing desc text <<<"$(kind_fields "$kind")"
     [ "$order" = little ] || order=big
-    local out="$dir/$kind-${spec#*:}.dpx" e=${order:0:1}e endian=$([ "$order" = big ] && echo MSB || echo LSB)
+    local out="$dir/$kind-${wanted#*:}.dpx" e=${order:0:1}e endian=$([ "$order" = big ] && echo MSB || echo LSB)
     local format=DPX
     [ "$kind" = cineon ] && format=CIN bits=10
     case "$peer" in
