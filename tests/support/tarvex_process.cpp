@@ -200,6 +200,9 @@ std::map<std::string, file_state> files_in(const std::string& dir) {
     return files;
 }
 
+// `p` relative to `d` when it lies in it.
+std::string relative(const scratch_dir& d, const std::string& p) { return p.rfind(d / "", 0) ? p : p.substr(d.path().size() + 1); }
+
 // A run: its settings, its jobs (operands, or the lines of the -l file), -c's folder (relative to `dir` when in
 // it); then what the jobs must leave: the folder's files (inode 0: written anew; time -1: any bytes), a verdict
 // letter a job, the error lines, the failures counted and whether the settings report is printed.
@@ -243,7 +246,7 @@ plan plan_of(const scratch_dir& dir, const std::vector<std::string>& args) {
     if (!list.empty()) p.jobs.clear();
     for (std::string line; !list.empty() && std::getline(lines, line);) p.jobs.push_back(line);
     if (!runs || (settings.offset < 2048 && settings.offset != -1)) p.jobs.clear();
-    p.folder = p.folder.rfind(dir / "", 0) ? p.folder : p.folder.substr(dir.path().size() + 1);
+    p.folder = relative(dir, p.folder);
     if (p.folder == "./") p.folder.clear();  // the current folder: in place
     return p;
 }
@@ -255,7 +258,7 @@ void expect(const scratch_dir& dir, plan& p, std::map<std::string, file_state> a
     const bool ignores_case = testdata::write_file(dir / ".case", {1}) && !::access((dir / ".CASE").c_str(), F_OK);
     ::unlink((dir / ".case").c_str());
     for (size_t i = 0; i < p.jobs.size(); ++i) {
-        std::string name = p.jobs[i].rfind(dir / "", 0) ? p.jobs[i] : p.jobs[i].substr(dir.path().size() + 1);
+        std::string name = relative(dir, p.jobs[i]);
         for (const auto& [held, file] : after)
             if (ignores_case && !after.count(name) && !strcasecmp(held.c_str(), name.c_str())) name = held;
         const size_t base = name.rfind('/') + 1;
